@@ -1,0 +1,5 @@
+#include "util/Types.h"
+
+void AfxThrowInvalidArgException() {
+    throw CInvalidArgException();
+}

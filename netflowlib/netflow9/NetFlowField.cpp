@@ -3,6 +3,8 @@
 #include "util/Format.h"
 #include "util/NetFlowUtility.h"
 
+#include <iterator>
+
 std::map<CNetFlowField::eFields, CString> CNetFlowField::m_FieldNames;
 std::map<CNetFlowField::eFields, CString> CNetFlowField::m_FieldDescriptions;
 std::map<CNetFlowField::eFields, CNetFlowField::eTypes> CNetFlowField::m_FieldTypes;
@@ -229,62 +231,91 @@ BOOL CNetFlowField::Decode(const CByteArray& data, int& offset) {
 
 namespace {
 
-CString HexBytes(const CByteArray& bytes, const wchar_t* format) {
-    CString text;
-    text.reserve(bytes.size() * 3);
-    for (uint8_t byte : bytes)
-        text += tpnf::FormatText(format, byte);
-    return text;
+// Hand-rolled digit writers: GetValue runs once per field of every record, and these give exactly the
+// text of "%02X" and "%d" without a formatting call per byte.
+constexpr wchar_t kHexDigits[] = L"0123456789ABCDEF";
+
+void AppendHex(CString& text, uint8_t byte) {
+    text += kHexDigits[byte >> 4];
+    text += kHexDigits[byte & 0x0F];
 }
 
-void TrimTrailingColons(CString& text) {
-    while (!text.empty() && text.back() == L':')
-        text.pop_back();
+void AppendDecimal(CString& text, int64_t value) {
+    wchar_t digits[24];
+    wchar_t* end = digits + std::size(digits);
+    wchar_t* p = end;
+    uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    do {
+        *--p = static_cast<wchar_t>(L'0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (value < 0)
+        *--p = L'-';
+    text.append(p, end);
 }
 
 } // namespace
 
 CString CNetFlowField::GetValue() const {
     Init();
+    CString text;
     auto it = m_FieldTypes.find(static_cast<eFields>(m_type));
     if (it == m_FieldTypes.end()) {
-        CString text;
-        for (uint8_t byte : m_value)
-            text += tpnf::FormatText(L"%d ", byte);
+        // Unknown type: each byte as "%d ", trailing space kept.
+        text.reserve(m_value.size() * 4);
+        for (uint8_t byte : m_value) {
+            AppendDecimal(text, byte);
+            text += L' ';
+        }
         return text;
     }
     switch (it->second) {
     case TYPE_INTEGER:
         switch (m_value.size()) {
         case 1:
-            return tpnf::FormatText(L"%d", m_value[0]);
+            AppendDecimal(text, m_value[0]);
+            break;
         case 2:
-            return tpnf::FormatText(L"%d", CNetFlowUtility::GetUShort(m_value, 0));
+            AppendDecimal(text, CNetFlowUtility::GetUShort(m_value, 0));
+            break;
         case 4:
-            // Signed 32-bit on purpose: large counters print negative.
-            return tpnf::FormatText(L"%d", CNetFlowUtility::GetULong(m_value, 0));
+            // Signed 32-bit on purpose: counters from 2^31 on print negative.
+            AppendDecimal(text, CNetFlowUtility::GetULong(m_value, 0));
+            break;
         default:
-            return HexBytes(m_value, L"%02X");
+            // Other lengths, 8-byte counters included, print as plain hexadecimal: intended.
+            text.reserve(m_value.size() * 2);
+            for (uint8_t byte : m_value)
+                AppendHex(text, byte);
+            break;
         }
+        return text;
     case TYPE_IPV4_ADDRESS:
+        // Bytes past the fourth are ignored; fewer than four throw from the reader.
         return CNetFlowIPAddress::FormatIPv4(static_cast<uint32_t>(CNetFlowUtility::GetULong(m_value, 0)));
-    case TYPE_IPV6_ADDRESS: {
-        CString text;
-        for (size_t i = 0; i < m_value.size(); i += 2)
-            text +=
-                tpnf::FormatText(L"%02X%02X:", m_value[i], ElementAt(m_value, static_cast<int64_t>(i) + 1));
-        TrimTrailingColons(text);
-        return text;
-    }
+    case TYPE_IPV6_ADDRESS:
+        // Two-byte groups, no zero compression; an odd length throws at the unpaired byte.
+        text.reserve(m_value.size() / 2 * 5);
+        for (size_t i = 0; i < m_value.size(); i += 2) {
+            AppendHex(text, m_value[i]);
+            AppendHex(text, ElementAt(m_value, static_cast<int64_t>(i) + 1));
+            text += L':';
+        }
+        break;
     case TYPE_STRING:
+        // Every byte becomes one character, zero bytes included.
         return CString(m_value.begin(), m_value.end());
-    case TYPE_MAC_ADDRESS: {
-        CString text = HexBytes(m_value, L"%02X:");
-        TrimTrailingColons(text);
-        return text;
+    case TYPE_MAC_ADDRESS:
+        text.reserve(m_value.size() * 3);
+        for (uint8_t byte : m_value) {
+            AppendHex(text, byte);
+            text += L':';
+        }
+        break;
     }
-    }
-    return CString();
+    while (!text.empty() && text.back() == L':')
+        text.pop_back();
+    return text;
 }
 
 CString CNetFlowField::ToString() const {

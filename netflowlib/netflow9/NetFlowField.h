@@ -8,7 +8,8 @@
 // the scope flag of options templates. Its static catalogue is the whole library's field vocabulary.
 class CNetFlowField {
 public:
-    enum eFields {
+    // int-based so any 16-bit wire type number is a valid value of the type.
+    enum eFields : int {
         IN_BYTES = 1,
         IN_PKTS = 2,
         FLOWS = 3,

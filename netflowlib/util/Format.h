@@ -27,6 +27,10 @@ inline std::wstring_view WindowsFormat(std::wstring_view format, std::wstring& s
     scratch.assign(format);
     for (size_t pos = scratch.find(L"%"); pos != std::wstring::npos; pos = scratch.find(L'%', pos + 1)) {
         size_t p = pos + 1;
+        if (p < scratch.size() && scratch[p] == L'%') { // "%%" is a literal percent sign
+            pos = p;
+            continue;
+        }
         while (p < scratch.size() && std::wcschr(L"-+ #0123456789.*", scratch[p]) != nullptr &&
                scratch[p] != 0)
             ++p;

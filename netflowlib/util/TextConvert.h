@@ -13,6 +13,8 @@ inline std::string ToUtf8(std::wstring_view text) {
     out.reserve(text.size());
     for (wchar_t wc : text) {
         uint32_t c = static_cast<uint32_t>(wc);
+        if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
+            c = 0xFFFD; // not a Unicode scalar value
         if (c < 0x80) {
             out += static_cast<char>(c);
         } else if (c < 0x800) {
@@ -23,8 +25,6 @@ inline std::string ToUtf8(std::wstring_view text) {
             out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
             out += static_cast<char>(0x80 | (c & 0x3F));
         } else {
-            if (c > 0x10FFFF)
-                c = 0xFFFD;
             out += static_cast<char>(0xF0 | (c >> 18));
             out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
             out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
@@ -57,6 +57,10 @@ inline CString FromUtf8(std::string_view text) {
             }
             c = (c << 6) | (n & 0x3F);
         }
+        // Overlong forms, surrogates and values past U+10FFFF are invalid too.
+        static constexpr uint32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
+        if (c < kSmallest[extra] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
+            ok = false;
         if (!ok) {
             out += L'\xFFFD';
             ++i;

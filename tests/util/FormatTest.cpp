@@ -23,3 +23,31 @@ TEST(FormatText, WindowsI64SpellingIsUnsignedLongLong) {
 TEST(FormatText, SignedDecimalOfUnsigned32BitValueWithTopBitSetIsNegative) {
     EXPECT_EQ(FormatText(L"DPkts: %d", uint32_t{0x80000000}), L"DPkts: -2147483648");
 }
+
+TEST(FormatText, DoublePercentBeforeI64IsLiteralText) {
+    EXPECT_EQ(FormatText(L"100%%I64u"), L"100%I64u");
+    EXPECT_EQ(FormatText(L"%%%I64u", uint64_t{5}), L"%5");
+}
+
+TEST(FormatText, SignedLongOfNegative32BitValue) {
+    EXPECT_EQ(FormatText(L"%ld", int32_t{-2}), L"-2");
+}
+
+TEST(FormatText, UnsignedOfNegativeIntIs32BitPattern) {
+    EXPECT_EQ(FormatText(L"%u", -1), L"4294967295");
+}
+
+TEST(FormatText, ZeroPaddedUpperCaseHexOfByte) {
+    EXPECT_EQ(FormatText(L"%02X:%02X", uint8_t{0x0A}, uint8_t{0xFF}), L"0A:FF");
+}
+
+TEST(FormatText, WideCharacterPointerArgument) {
+    EXPECT_EQ(FormatText(L"%s=%s", L"IN_BYTES", CString(L"1532")), L"IN_BYTES=1532");
+}
+
+TEST(AppendFormat, AppendsToExistingText) {
+    CString out = L"a";
+    tpnf::AppendFormat(out, L"-%d-", 7);
+    tpnf::AppendFormat(out, L"%s", CString(L"b"));
+    EXPECT_EQ(out, L"a-7-b");
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "netflow9/NetFlowHeaderV9.h"
+#include "netflow9/NetFlowSetRecord.h"
+#include "session/TPAbstractPacket.h"
+
+// A NetFlow v9 datagram: header and data records. Templates go to the process-wide template store.
+class CNetFlowPacketV9 : public CTPAbstractPacket {
+public:
+    CNetFlowPacketV9() = default;
+    CNetFlowPacketV9(const CNetFlowPacketV9& other);
+    CNetFlowPacketV9& operator=(const CNetFlowPacketV9& other);
+    ~CNetFlowPacketV9() override = default;
+
+    // Copies header and records but not the sender; onto itself only the header.
+    void Copy(const CNetFlowPacketV9& other);
+
+    // FALSE only for a datagram shorter than 20 bytes. A cut-off record ends decoding with TRUE; a cut-off
+    // flowset header, template or specifier raises CInvalidArgException.
+    int Decode(const CByteArray& datagram) override;
+    CString ToString() const override;
+    int64_t GetSize() const override { return static_cast<int64_t>(m_records.size()); }
+    BOOL IsEmpty() const override { return m_records.empty(); }
+    CString GetProtocol() const override { return L"NetFlow v9"; }
+    CString GetTimestamp() const override { return m_header.GetTimestamp(); }
+    CString GetSysUpTime() const override { return m_header.GetSysUpTime(); }
+    void GetRecordFields(int recordIndex, CUIntArray& fieldIds, CStringArray& values) override;
+
+    const CNetFlowHeaderV9& GetHeader() const { return m_header; }
+    const CArray<CNetFlowSetRecord>& GetRecords() const { return m_records; }
+
+protected:
+    CNetFlowHeaderV9 m_header;
+    CArray<CNetFlowSetRecord> m_records;
+
+private:
+    // Walks the records or templates of one flowset from offset to end.
+    BOOL DecodeFlowSet(const CByteArray& datagram, int id, int& offset, int end);
+};

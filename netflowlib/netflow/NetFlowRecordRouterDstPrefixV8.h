@@ -1,0 +1,21 @@
+#pragma once
+
+#include "netflow/NetFlowRecordCommonFieldsV8.h"
+
+// A NetFlow v8 record of the router destination-prefix aggregation (scheme 4); laid out as the source-prefix
+// record.
+class CNetFlowRecordRouterDstPrefixV8 : public CNetFlowRecordCommonFieldsV8 {
+public:
+    static constexpr int WIRE_SIZE = 32;
+
+    void GetRecordFields(CUIntArray& fieldIds, CStringArray& values) const override;
+
+    // 1 when the record at offset fits and was read, 0 when fewer than 32 bytes remain.
+    int Decode(const CByteArray& data, int offset);
+    CString ToString() const;
+
+    uint32_t m_dstPrefix = 0;
+    int m_dstMask = 0;
+    int m_dstAS = 0;
+    int m_outputIf = 0;
+};

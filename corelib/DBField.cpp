@@ -1,0 +1,56 @@
+#include "corelib/DBField.h"
+
+#include <cstdlib>
+
+#include "util/TextConvert.h"
+
+CDBField& CDBField::operator=(int32_t value) {
+    SetInteger(value);
+    m_bDirty = true;
+    return *this;
+}
+
+CDBField& CDBField::operator=(const CString& value) {
+    SetText(tpnf::ToUtf8(value));
+    m_bDirty = true;
+    return *this;
+}
+
+void CDBField::SetNull() {
+    m_kind = Kind::Null;
+    m_bDirty = true;
+}
+
+int32_t CDBField::AsLong() const {
+    switch (m_kind) {
+    case Kind::Integer:
+        return static_cast<int32_t>(m_nValue);
+    case Kind::Text:
+        return static_cast<int32_t>(std::strtoll(m_strText.c_str(), nullptr, 10));
+    case Kind::Null:
+        break;
+    }
+    return 0;
+}
+
+CString CDBField::AsString() const {
+    switch (m_kind) {
+    case Kind::Integer:
+        return std::to_wstring(m_nValue);
+    case Kind::Text:
+        return tpnf::FromUtf8(m_strText);
+    case Kind::Null:
+        break;
+    }
+    return CString();
+}
+
+void CDBField::SetInteger(int64_t value) {
+    m_kind = Kind::Integer;
+    m_nValue = value;
+}
+
+void CDBField::SetText(std::string&& utf8) {
+    m_kind = Kind::Text;
+    m_strText = std::move(utf8);
+}

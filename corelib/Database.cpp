@@ -1,0 +1,147 @@
+#include "corelib/Database.h"
+
+#include <sql.h>
+#include <sqlext.h>
+
+#include <algorithm>
+#include <string>
+
+#include "corelib/ODBCRecordset.h"
+#include "util/TextConvert.h"
+
+CDatabase::~CDatabase() {
+    Close();
+}
+
+BOOL CDatabase::OpenEx(const CString& connect) {
+    Close();
+    SQLHENV env = SQL_NULL_HENV;
+    if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env)))
+        throw CDBException(SQL_ERROR, L"Cannot allocate an ODBC environment\n");
+    m_hEnv = env;
+    SQLRETURN rc = SQLSetEnvAttr(env, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
+    SQLHDBC dbc = SQL_NULL_HDBC;
+    if (SQL_SUCCEEDED(rc))
+        rc = SQLAllocHandle(SQL_HANDLE_DBC, env, &dbc);
+    if (!SQL_SUCCEEDED(rc)) {
+        CDBException error = CDBException::FromDiagnostics(rc, SQL_HANDLE_ENV, env);
+        Close();
+        throw error;
+    }
+    std::string text = tpnf::ToUtf8(connect);
+    rc = SQLDriverConnect(dbc, nullptr, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS, nullptr, 0, nullptr,
+                          SQL_DRIVER_NOPROMPT);
+    if (!SQL_SUCCEEDED(rc)) {
+        CDBException error = CDBException::FromDiagnostics(rc, SQL_HANDLE_DBC, dbc);
+        SQLFreeHandle(SQL_HANDLE_DBC, dbc);
+        Close();
+        throw error;
+    }
+    m_hDbc = dbc;
+
+    SQLUSMALLINT txn = SQL_TC_NONE;
+    rc = SQLGetInfo(dbc, SQL_TXN_CAPABLE, &txn, sizeof txn, nullptr);
+    m_bCanTransact = SQL_SUCCEEDED(rc) && txn != SQL_TC_NONE;
+    char readOnly[8] = "";
+    rc = SQLGetInfo(dbc, SQL_DATA_SOURCE_READ_ONLY, readOnly, sizeof readOnly, nullptr);
+    m_bCanUpdate = !SQL_SUCCEEDED(rc) || readOnly[0] != 'Y';
+    return TRUE;
+}
+
+void CDatabase::Close() {
+    for (CODBCRecordset* recordset : m_Recordsets)
+        recordset->Abandon();
+    m_Recordsets.clear();
+    if (m_hDbc != nullptr) {
+        // A disconnect with a transaction open fails on some drivers; what is not committed goes.
+        SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_ROLLBACK);
+        SQLDisconnect(m_hDbc);
+        SQLFreeHandle(SQL_HANDLE_DBC, m_hDbc);
+        m_hDbc = nullptr;
+    }
+    if (m_hEnv != nullptr) {
+        SQLFreeHandle(SQL_HANDLE_ENV, m_hEnv);
+        m_hEnv = nullptr;
+    }
+    m_bCanTransact = FALSE;
+    m_bCanUpdate = FALSE;
+}
+
+BOOL CDatabase::BeginTrans() {
+    if (!IsOpen())
+        throw CDBException(CDBException::errorNotOpen, L"The database is not open\n");
+    if (!m_bCanTransact)
+        return FALSE;
+    FlushRecordsets(); // rows added before belong in front of the transaction
+    SQLRETURN rc = SQLSetConnectAttr(m_hDbc, SQL_ATTR_AUTOCOMMIT,
+                                     reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_OFF), SQL_IS_UINTEGER);
+    if (!SQL_SUCCEEDED(rc))
+        ThrowError(rc);
+    return TRUE;
+}
+
+// Unlike Rollback, a failed commit throws: the caller must learn that its rows are not stored.
+BOOL CDatabase::CommitTrans() {
+    if (!IsOpen())
+        throw CDBException(CDBException::errorNotOpen, L"The database is not open\n");
+    FlushRecordsets();
+    SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_COMMIT);
+    if (!SQL_SUCCEEDED(rc))
+        ThrowError(rc);
+    rc = SQLSetConnectAttr(m_hDbc, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON),
+                           SQL_IS_UINTEGER);
+    if (!SQL_SUCCEEDED(rc))
+        ThrowError(rc);
+    return TRUE;
+}
+
+BOOL CDatabase::Rollback() {
+    if (!IsOpen())
+        return FALSE;
+    for (CODBCRecordset* recordset : m_Recordsets)
+        recordset->DiscardPending();
+    SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_ROLLBACK);
+    SQLRETURN autocommit = SQLSetConnectAttr(
+        m_hDbc, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), SQL_IS_UINTEGER);
+    return SQL_SUCCEEDED(rc) && SQL_SUCCEEDED(autocommit);
+}
+
+void CDatabase::ExecuteSQL(const CString& sql) {
+    FlushRecordsets();
+    SQLHSTMT stmt = AllocStatement();
+    std::string text = tpnf::ToUtf8(sql);
+    SQLRETURN rc = SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
+    if (!SQL_SUCCEEDED(rc) && rc != SQL_NO_DATA) { // NO_DATA: a searched UPDATE or DELETE hit no row
+        CDBException error = CDBException::FromDiagnostics(rc, SQL_HANDLE_STMT, stmt);
+        SQLFreeHandle(SQL_HANDLE_STMT, stmt);
+        throw error;
+    }
+    SQLFreeHandle(SQL_HANDLE_STMT, stmt);
+}
+
+void* CDatabase::AllocStatement() {
+    if (!IsOpen())
+        throw CDBException(CDBException::errorNotOpen, L"The database is not open\n");
+    SQLHSTMT stmt = SQL_NULL_HSTMT;
+    SQLRETURN rc = SQLAllocHandle(SQL_HANDLE_STMT, m_hDbc, &stmt);
+    if (!SQL_SUCCEEDED(rc))
+        ThrowError(rc);
+    return stmt;
+}
+
+void CDatabase::FlushRecordsets() {
+    for (CODBCRecordset* recordset : m_Recordsets)
+        recordset->Flush();
+}
+
+void CDatabase::Attach(CODBCRecordset* recordset) {
+    m_Recordsets.push_back(recordset);
+}
+
+void CDatabase::Detach(CODBCRecordset* recordset) {
+    m_Recordsets.erase(std::remove(m_Recordsets.begin(), m_Recordsets.end(), recordset), m_Recordsets.end());
+}
+
+void CDatabase::ThrowError(int retCode) const {
+    throw CDBException::FromDiagnostics(retCode, SQL_HANDLE_DBC, m_hDbc);
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <vector>
+
+#include "corelib/DBException.h"
+#include "util/Types.h"
+
+class CODBCRecordset;
+
+// One ODBC connection. Every failing ODBC call raises CDBException, except Rollback, which is
+// called from error handlers and reports failure by its result.
+//
+// Rows added through this connection's recordsets are buffered; they reach the database before any
+// other statement runs on the connection (ExecuteSQL, a recordset read, CommitTrans) and when their
+// recordset closes. Rollback and Close drop rows still buffered.
+class CDatabase {
+public:
+    CDatabase() = default;
+    ~CDatabase();
+    CDatabase(const CDatabase&) = delete;
+    CDatabase& operator=(const CDatabase&) = delete;
+
+    // Connects with an ODBC connect string such as "DSN=flows". The driver manager is never allowed
+    // to prompt. An open connection is closed first. The completed connect string is not kept: a
+    // driver may echo the password in it.
+    BOOL OpenEx(const CString& connect);
+    BOOL IsOpen() const { return m_hDbc != nullptr; }
+    // Closes every recordset on the connection, rolls back an open transaction and disconnects.
+    void Close();
+
+    BOOL CanTransact() const { return m_bCanTransact; }
+    // FALSE when the data source says it is read-only.
+    BOOL CanUpdate() const { return m_bCanUpdate; }
+
+    BOOL BeginTrans();
+    BOOL CommitTrans();
+    BOOL Rollback();
+
+    void ExecuteSQL(const CString& sql);
+
+private:
+    friend class CODBCRecordset;
+    friend class CTypeInfo;
+
+    // Allocates a statement handle; throws when the connection is closed or allocation fails.
+    void* AllocStatement();
+    // Writes the rows buffered by this connection's recordsets.
+    void FlushRecordsets();
+    void Attach(CODBCRecordset* recordset);
+    void Detach(CODBCRecordset* recordset);
+    [[noreturn]] void ThrowError(int retCode) const;
+
+    void* m_hEnv = nullptr;
+    void* m_hDbc = nullptr;
+    BOOL m_bCanTransact = FALSE;
+    BOOL m_bCanUpdate = FALSE;
+    std::vector<CODBCRecordset*> m_Recordsets;
+};

@@ -3,9 +3,9 @@
 #include <sql.h>
 
 #include "corelib/DBException.h"
+#include "corelib/DataSourceTest.h"
 #include "corelib/Database.h"
 #include "corelib/ODBCRecordset.h"
-#include "corelib/TestDataSource.h"
 
 using tpnf::test::Backend;
 using tpnf::test::DataSourceTest;
@@ -168,7 +168,7 @@ TEST_P(DatabaseTest, ReadOnlySourceSaysItCannotUpdate) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, DatabaseTest, testing::Values(Backend::SQLite, Backend::PostgreSQL),
-                         tpnf::test::BackendName);
+                         tpnf::test::BackendParamName);
 
 TEST(DatabaseConnectTest, MissingDataSourceThrowsIM002) {
     tpnf::test::SQLiteDsn(); // the ODBC configuration is in place

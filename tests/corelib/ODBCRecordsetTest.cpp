@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "corelib/DBException.h"
+#include "corelib/DataSourceTest.h"
 #include "corelib/Database.h"
 #include "corelib/ODBCRecordset.h"
-#include "corelib/TestDataSource.h"
 
 using tpnf::test::Backend;
 using tpnf::test::DataSourceTest;
@@ -479,6 +479,6 @@ TEST_P(ODBCRecordsetTest, ReopeningMovesTheRecordsetToAnotherTable) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, ODBCRecordsetTest, testing::Values(Backend::SQLite, Backend::PostgreSQL),
-                         tpnf::test::BackendName);
+                         tpnf::test::BackendParamName);
 
 } // namespace

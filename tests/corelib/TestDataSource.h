@@ -8,13 +8,12 @@
 // ignores its ConnSettings on read-only connections) and dropped afterwards;
 // without that variable PostgreSQL tests are skipped (scripts/pg-server and scripts/odbc-env set it).
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 #include <unistd.h>
@@ -26,8 +25,8 @@ namespace tpnf::test {
 
 enum class Backend { SQLite, PostgreSQL };
 
-inline std::string BackendName(const testing::TestParamInfo<Backend>& info) {
-    return info.param == Backend::SQLite ? "SQLite" : "PostgreSQL";
+inline const char* BackendName(Backend backend) {
+    return backend == Backend::SQLite ? "SQLite" : "PostgreSQL";
 }
 
 inline std::filesystem::path NewTempDir() {
@@ -45,7 +44,7 @@ public:
                                                  "/usr/lib/x86_64-linux-gnu/odbc/libsqlite3odbc.so\n";
         std::ofstream(m_dir / "odbc.ini")
             << "[tpnf_test_sqlite]\nDriver = SQLite3\nDatabase = " << (m_dir / "unused.sqlite").string()
-            << "\nTimeout = 2000\n";
+            << "\nTimeout = 2000\nSyncPragma = NORMAL\n";
         setenv("ODBCSYSINI", m_dir.c_str(), 1);
         setenv("ODBCINI", (m_dir / "odbc.ini").c_str(), 1);
     }
@@ -79,7 +78,7 @@ public:
         int serial = counter++;
         if (backend == Backend::SQLite) {
             m_dir = NewTempDir();
-            m_name = SQLiteDsn() + ";Database=" + (m_dir / "flows.sqlite").string();
+            m_name = SQLiteDsn() + ";Database=" + SQLiteFile().string();
             return;
         }
         std::string dsn = PostgreSQLDsn();
@@ -90,7 +89,7 @@ public:
         std::random_device random;
         m_schema = "tpnf_" + std::to_string(getpid()) + "_" + std::to_string(serial) + "_" +
                    std::to_string(random() % 100000);
-        m_name = dsn + ";pqopt={options=-csearch_path=" + m_schema + "}";
+        m_name = dsn + ";pqopt={options=-csearch_path=" + m_schema + " application_name=" + m_schema + "}";
         CDatabase admin;
         admin.OpenEx(tpnf::FromUtf8("DSN=" + dsn));
         admin.ExecuteSQL(tpnf::FromUtf8("create schema " + m_schema));
@@ -120,6 +119,10 @@ public:
     // The data source name as the writer takes it: "DSN=" followed by it reaches this database.
     CString Name() const { return tpnf::FromUtf8(m_name); }
     CString ConnectString() const { return L"DSN=" + Name(); }
+    // PostgreSQL: the schema, which is also the application name of every connection to it.
+    const std::string& Schema() const { return m_schema; }
+    // SQLite: the database file.
+    std::filesystem::path SQLiteFile() const { return m_dir / "flows.sqlite"; }
     // The same database through a connection that the driver makes read-only.
     CString ReadOnlyName() const { return Name() + L";ReadOnly=1"; }
 
@@ -129,22 +132,6 @@ private:
     std::string m_skipReason;
     std::string m_schema;
     std::filesystem::path m_dir;
-};
-
-// Base for tests run once per backend: makes the data source and skips when it is not available.
-class DataSourceTest : public testing::TestWithParam<Backend> {
-protected:
-    void SetUp() override {
-        m_source = std::make_unique<TestDataSource>(GetParam());
-        if (!m_source->SkipReason().empty())
-            GTEST_SKIP() << m_source->SkipReason();
-    }
-    void TearDown() override { m_source.reset(); }
-
-    TestDataSource& Source() { return *m_source; }
-    bool IsSQLite() const { return GetParam() == Backend::SQLite; }
-
-    std::unique_ptr<TestDataSource> m_source;
 };
 
 } // namespace tpnf::test

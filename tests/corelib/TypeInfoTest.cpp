@@ -4,8 +4,8 @@
 #include <sqlext.h>
 
 #include "corelib/DBException.h"
+#include "corelib/DataSourceTest.h"
 #include "corelib/Database.h"
-#include "corelib/TestDataSource.h"
 #include "corelib/TypeInfo.h"
 
 using tpnf::test::Backend;
@@ -54,6 +54,6 @@ TEST_P(TypeInfoTest, ClosedDatabaseThrowsNotOpen) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, TypeInfoTest, testing::Values(Backend::SQLite, Backend::PostgreSQL),
-                         tpnf::test::BackendName);
+                         tpnf::test::BackendParamName);
 
 } // namespace

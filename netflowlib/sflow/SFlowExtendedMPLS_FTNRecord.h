@@ -1,0 +1,20 @@
+#pragma once
+
+#include "util/Types.h"
+
+// Extended MPLS FEC-to-NHLFE data (flow format 1010).
+class CSFlowExtendedMPLS_FTNRecord {
+public:
+    CSFlowExtendedMPLS_FTNRecord() = default;
+    CSFlowExtendedMPLS_FTNRecord(const CSFlowExtendedMPLS_FTNRecord&) = default;
+    CSFlowExtendedMPLS_FTNRecord(CSFlowExtendedMPLS_FTNRecord&&) noexcept = default;
+    CSFlowExtendedMPLS_FTNRecord& operator=(const CSFlowExtendedMPLS_FTNRecord&) = default;
+    CSFlowExtendedMPLS_FTNRecord& operator=(CSFlowExtendedMPLS_FTNRecord&&) noexcept = default;
+    virtual ~CSFlowExtendedMPLS_FTNRecord() = default;
+
+    void Decode(const CByteArray& data, int& offset);
+    CString ToString() const;
+
+    CString m_ftnDescr;
+    uint32_t m_ftnMask = 0xFFFFFFFF;
+};

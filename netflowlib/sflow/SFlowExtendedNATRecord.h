@@ -1,0 +1,21 @@
+#pragma once
+
+#include "util/NetFlowIPAddress.h"
+#include "util/Types.h"
+
+// Extended NAT data (flow format 1007).
+class CSFlowExtendedNATRecord {
+public:
+    CSFlowExtendedNATRecord() = default;
+    CSFlowExtendedNATRecord(const CSFlowExtendedNATRecord&) = default;
+    CSFlowExtendedNATRecord(CSFlowExtendedNATRecord&&) noexcept = default;
+    CSFlowExtendedNATRecord& operator=(const CSFlowExtendedNATRecord&) = default;
+    CSFlowExtendedNATRecord& operator=(CSFlowExtendedNATRecord&&) noexcept = default;
+    virtual ~CSFlowExtendedNATRecord() = default;
+
+    void Decode(const CByteArray& data, int& offset);
+    CString ToString() const;
+
+    CNetFlowIPAddress m_srcAddress{0u};
+    CNetFlowIPAddress m_dstAddress{0u};
+};

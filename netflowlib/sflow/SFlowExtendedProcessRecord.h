@@ -1,0 +1,20 @@
+#pragma once
+
+#include "util/Types.h"
+
+// Processes behind a flow (flow format 17612803: enterprise 4300, format 3).
+class CSFlowExtendedProcessRecord {
+public:
+    CSFlowExtendedProcessRecord() = default;
+    CSFlowExtendedProcessRecord(const CSFlowExtendedProcessRecord&) = default;
+    CSFlowExtendedProcessRecord(CSFlowExtendedProcessRecord&&) noexcept = default;
+    CSFlowExtendedProcessRecord& operator=(const CSFlowExtendedProcessRecord&) = default;
+    CSFlowExtendedProcessRecord& operator=(CSFlowExtendedProcessRecord&&) noexcept = default;
+    virtual ~CSFlowExtendedProcessRecord() = default;
+
+    void Decode(const CByteArray& data, int& offset);
+    CString ToString() const;
+
+    CUIntArray m_processIds;
+    CStringArray m_processNames;
+};

@@ -1,0 +1,16 @@
+#include "sflow/SFlowExtendedVLANTunnelRecord.h"
+
+#include "sflow/SFlowExtendedMPLSRecord.h"
+#include "sflow/SFlowWire.h"
+
+using namespace tpnf::sflow;
+
+void CSFlowExtendedVLANTunnelRecord::Decode(const CByteArray& data, int& offset) {
+    CNetFlowUtility::GetIntArray(data, offset, m_stack);
+}
+
+// VLAN tags are shown split as MPLS label entries: intended.
+CString CSFlowExtendedVLANTunnelRecord::ToString() const {
+    return L"Extended VLAN Tunnel Flow:\r\nStack: " + CSFlowExtendedMPLSRecord::PrintLabelStack(m_stack) +
+           L"\r\n";
+}

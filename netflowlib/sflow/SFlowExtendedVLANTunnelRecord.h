@@ -1,0 +1,19 @@
+#pragma once
+
+#include "util/Types.h"
+
+// Extended VLAN tunnel data (flow format 1012).
+class CSFlowExtendedVLANTunnelRecord {
+public:
+    CSFlowExtendedVLANTunnelRecord() = default;
+    CSFlowExtendedVLANTunnelRecord(const CSFlowExtendedVLANTunnelRecord&) = default;
+    CSFlowExtendedVLANTunnelRecord(CSFlowExtendedVLANTunnelRecord&&) noexcept = default;
+    CSFlowExtendedVLANTunnelRecord& operator=(const CSFlowExtendedVLANTunnelRecord&) = default;
+    CSFlowExtendedVLANTunnelRecord& operator=(CSFlowExtendedVLANTunnelRecord&&) noexcept = default;
+    virtual ~CSFlowExtendedVLANTunnelRecord() = default;
+
+    void Decode(const CByteArray& data, int& offset);
+    CString ToString() const;
+
+    CUIntArray m_stack;
+};

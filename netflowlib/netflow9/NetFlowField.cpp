@@ -3,7 +3,7 @@
 #include "util/Format.h"
 #include "util/NetFlowUtility.h"
 
-#include <iterator>
+#include <cwchar>
 
 std::map<CNetFlowField::eFields, CString> CNetFlowField::m_FieldNames;
 std::map<CNetFlowField::eFields, CString> CNetFlowField::m_FieldDescriptions;
@@ -229,33 +229,6 @@ BOOL CNetFlowField::Decode(const CByteArray& data, int& offset) {
     return TRUE;
 }
 
-namespace {
-
-// Hand-rolled digit writers: GetValue runs once per field of every record, and these give exactly the
-// text of "%02X" and "%d" without a formatting call per byte.
-constexpr wchar_t kHexDigits[] = L"0123456789ABCDEF";
-
-void AppendHex(CString& text, uint8_t byte) {
-    text += kHexDigits[byte >> 4];
-    text += kHexDigits[byte & 0x0F];
-}
-
-void AppendDecimal(CString& text, int64_t value) {
-    wchar_t digits[24];
-    wchar_t* end = digits + std::size(digits);
-    wchar_t* p = end;
-    uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-    do {
-        *--p = static_cast<wchar_t>(L'0' + magnitude % 10);
-        magnitude /= 10;
-    } while (magnitude != 0);
-    if (value < 0)
-        *--p = L'-';
-    text.append(p, end);
-}
-
-} // namespace
-
 CString CNetFlowField::GetValue() const {
     Init();
     CString text;
@@ -264,7 +237,7 @@ CString CNetFlowField::GetValue() const {
         // Unknown type: each byte as "%d ", trailing space kept.
         text.reserve(m_value.size() * 4);
         for (uint8_t byte : m_value) {
-            AppendDecimal(text, byte);
+            tpnf::AppendDecimal(text, byte);
             text += L' ';
         }
         return text;
@@ -273,20 +246,20 @@ CString CNetFlowField::GetValue() const {
     case TYPE_INTEGER:
         switch (m_value.size()) {
         case 1:
-            AppendDecimal(text, m_value[0]);
+            tpnf::AppendDecimal(text, m_value[0]);
             break;
         case 2:
-            AppendDecimal(text, CNetFlowUtility::GetUShort(m_value, 0));
+            tpnf::AppendDecimal(text, CNetFlowUtility::GetUShort(m_value, 0));
             break;
         case 4:
             // Signed 32-bit on purpose: counters from 2^31 on print negative.
-            AppendDecimal(text, CNetFlowUtility::GetULong(m_value, 0));
+            tpnf::AppendDecimal(text, CNetFlowUtility::GetULong(m_value, 0));
             break;
         default:
             // Other lengths, 8-byte counters included, print as plain hexadecimal: intended.
             text.reserve(m_value.size() * 2);
             for (uint8_t byte : m_value)
-                AppendHex(text, byte);
+                tpnf::AppendHex(text, byte);
             break;
         }
         return text;
@@ -297,8 +270,8 @@ CString CNetFlowField::GetValue() const {
         // Two-byte groups, no zero compression; an odd length throws at the unpaired byte.
         text.reserve(m_value.size() / 2 * 5);
         for (size_t i = 0; i < m_value.size(); i += 2) {
-            AppendHex(text, m_value[i]);
-            AppendHex(text, ElementAt(m_value, static_cast<int64_t>(i) + 1));
+            tpnf::AppendHex(text, m_value[i]);
+            tpnf::AppendHex(text, ElementAt(m_value, static_cast<int64_t>(i) + 1));
             text += L':';
         }
         break;
@@ -308,7 +281,7 @@ CString CNetFlowField::GetValue() const {
     case TYPE_MAC_ADDRESS:
         text.reserve(m_value.size() * 3);
         for (uint8_t byte : m_value) {
-            AppendHex(text, byte);
+            tpnf::AppendHex(text, byte);
             text += L':';
         }
         break;
@@ -319,5 +292,11 @@ CString CNetFlowField::GetValue() const {
 }
 
 CString CNetFlowField::ToString() const {
-    return tpnf::FormatText(L"%s=%s", GetName(), GetValue());
+    // The text of "%s=%s": each part ends at its first zero character, as %s does.
+    CString text = GetName();
+    CString value = GetValue();
+    text.resize(std::wcslen(text.c_str()));
+    text += L'=';
+    text.append(value.c_str(), std::wcslen(value.c_str()));
+    return text;
 }

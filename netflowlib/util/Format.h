@@ -50,6 +50,36 @@ inline decltype(auto) PrintfArg(const T& value) {
 
 } // namespace detail
 
+// Digit writers for the hottest renderings (addresses, field values): the same text as "%d" and
+// "%0<minDigits>X" without a formatting call per value.
+inline void AppendDecimal(CString& out, int64_t value) {
+    wchar_t digits[24];
+    wchar_t* const end = digits + 24;
+    wchar_t* p = end;
+    uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    do {
+        *--p = static_cast<wchar_t>(L'0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (value < 0)
+        *--p = L'-';
+    out.append(p, end);
+}
+
+inline void AppendHex(CString& out, uint32_t value, int minDigits = 2) {
+    static constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
+    wchar_t digits[8];
+    int n = 0;
+    do {
+        digits[n++] = kDigits[value & 0x0F];
+        value >>= 4;
+    } while (value != 0);
+    for (; n < minDigits; ++n)
+        digits[n] = L'0';
+    while (n > 0)
+        out += digits[--n];
+}
+
 template <class... Args>
 inline CString FormatText(std::wstring_view format, const Args&... args) {
     std::wstring scratch;

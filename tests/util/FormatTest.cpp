@@ -2,6 +2,9 @@
 
 #include "util/Format.h"
 
+#include <climits>
+#include <cstdint>
+
 using tpnf::FormatText;
 
 TEST(FormatText, UnsignedLongOfNegative32BitValuePrints32BitPattern) {
@@ -50,4 +53,28 @@ TEST(AppendFormat, AppendsToExistingText) {
     tpnf::AppendFormat(out, L"-%d-", 7);
     tpnf::AppendFormat(out, L"%s", CString(L"b"));
     EXPECT_EQ(out, L"a-7-b");
+}
+
+TEST(AppendDecimal, SameTextAsSignedDecimalFormat) {
+    for (int64_t value : {int64_t{0}, int64_t{7}, int64_t{-1}, int64_t{255}, int64_t{INT32_MIN},
+                          int64_t{INT32_MAX}, INT64_MIN, INT64_MAX}) {
+        CString out = L"x";
+        tpnf::AppendDecimal(out, value);
+        EXPECT_EQ(out, L"x" + FormatText(L"%lld", static_cast<long long>(value))) << value;
+    }
+    CString out;
+    tpnf::AppendDecimal(out, INT64_MIN);
+    EXPECT_EQ(out, L"-9223372036854775808");
+}
+
+TEST(AppendHex, SameTextAsZeroPaddedUpperCaseHexFormat) {
+    for (uint32_t value : {0u, 0x5u, 0xABu, 0x100u, 0x1234u, 0x12345u, 0xFFFFFFFFu}) {
+        CString out;
+        tpnf::AppendHex(out, value);
+        EXPECT_EQ(out, FormatText(L"%02X", value)) << value;
+    }
+    CString out;
+    tpnf::AppendHex(out, 0x0A);
+    tpnf::AppendHex(out, 0xFFFFFFFFu);
+    EXPECT_EQ(out, L"0AFFFFFFFF");
 }

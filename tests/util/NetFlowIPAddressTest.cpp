@@ -69,3 +69,23 @@ TEST(NetFlowIPAddress, CopyAndAssignmentCopyTheElements) {
 TEST(NetFlowIPAddress, DestructorIsVirtual) {
     EXPECT_TRUE(std::has_virtual_destructor_v<CNetFlowIPAddress>);
 }
+
+TEST(NetFlowIPAddress, FourElementsAbove255PrintAsSignedDecimal) {
+    CNetFlowIPAddress address;
+    address.m_address = {256, 0xFFFFFFFFu, 0x80000000u, 1};
+    EXPECT_EQ(address.ToString(), L"256.-1.-2147483648.1");
+}
+
+TEST(NetFlowIPAddress, WideElementFillsGroupAlone) {
+    CNetFlowIPAddress address;
+    // 0x1234 gives four digits at once and closes its group.
+    address.m_address = {0x1234, 0xAB, 0xCD};
+    EXPECT_EQ(address.ToString(), L"1234:ABCD");
+}
+
+TEST(NetFlowIPAddress, OverlongGroupStopsFurtherOutput) {
+    CNetFlowIPAddress address;
+    // "12345" overshoots four characters, so the group never closes and nothing is emitted.
+    address.m_address = {0x12345, 0x01, 0x02, 0x03, 0x04};
+    EXPECT_EQ(address.ToString(), L"");
+}

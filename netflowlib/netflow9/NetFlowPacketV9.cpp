@@ -47,7 +47,7 @@ int CNetFlowPacketV9::Decode(const CByteArray& datagram) {
 
 BOOL CNetFlowPacketV9::DecodeFlowSet(const CByteArray& datagram, int id, int& offset, int end) {
     CNetFlowTemplateManager* store = CNetFlowTemplateManager::GetInstance();
-    const CNetFlowSetTemplate* layout = nullptr;
+    std::shared_ptr<const CNetFlowSetTemplate> layout;
     if (id >= 255) { // 255 itself is a data flowset: intended
         layout = store->Lookup(id);
         if (layout == nullptr) {
@@ -55,9 +55,7 @@ BOOL CNetFlowPacketV9::DecodeFlowSet(const CByteArray& datagram, int id, int& of
             offset = end;
             return TRUE;
         }
-        int64_t recordBytes = 0;
-        for (const CNetFlowField& field : layout->m_fields)
-            recordBytes += field.GetLength();
+        const int64_t recordBytes = layout->GetRecordLength();
         int64_t span = std::min<int64_t>(end, static_cast<int64_t>(datagram.size())) - offset;
         m_records.reserve(m_records.size() + static_cast<size_t>(std::max<int64_t>(
                                                  1, recordBytes > 0 ? span / recordBytes : 1)));
@@ -75,7 +73,7 @@ BOOL CNetFlowPacketV9::DecodeFlowSet(const CByteArray& datagram, int id, int& of
         } else {
             const int recordStart = offset;
             CNetFlowSetRecord& record = m_records.emplace_back();
-            if (!record.Decode(datagram, layout->m_fields, offset)) {
+            if (!record.Decode(datagram, layout, offset)) {
                 m_records.pop_back();
                 return FALSE;
             }

@@ -31,34 +31,33 @@ int LeadingInteger(const CString& text) {
 } // namespace
 
 void CNetFlowSetRecord::GetRecordFields(CUIntArray& fieldIds, CStringArray& values) const {
-    fieldIds.resize(m_fields.size());
-    values.resize(m_fields.size());
-    for (size_t i = 0; i < m_fields.size(); ++i) {
-        const CNetFlowField& field = m_fields[i];
+    const size_t count = static_cast<size_t>(GetFieldCount());
+    fieldIds.resize(count);
+    values.resize(count);
+    size_t i = 0;
+    ForEachField([&](const CNetFlowField& field) {
         fieldIds[i] = static_cast<uint32_t>(field.GetType());
         if (field.GetType() == CNetFlowField::PROT)
             values[i] = CNetFlowUtility::GetProtocol(LeadingInteger(field.GetValue()));
         else
             values[i] = field.GetValue();
-    }
+        ++i;
+    });
 }
 
-BOOL CNetFlowSetRecord::Decode(const CByteArray& data, const CArray<CNetFlowField>& templateFields,
-                               int& offset) {
-    m_fields.reserve(m_fields.size() + templateFields.size());
-    for (const CNetFlowField& spec : templateFields) {
-        int length = spec.GetLength();
-        if (length > 0 &&
-            (offset < 0 || static_cast<int64_t>(offset) + length > static_cast<int64_t>(data.size())))
-            return FALSE;
-        CNetFlowField& field = m_fields.emplace_back();
-        field.SetType(spec.GetType());
-        field.SetLength(length);
-        field.SetScope(spec.IsScope());
-        if (length > 0)
-            field.m_value.assign(data.begin() + offset, data.begin() + offset + length);
-        offset = WrapAdd(offset, length);
-    }
+BOOL CNetFlowSetRecord::Decode(const CByteArray& data,
+                               const std::shared_ptr<const CNetFlowSetTemplate>& layout, int& offset) {
+    const int64_t length = layout->GetRecordLength();
+    // Field lengths are never negative, so the record overruns exactly when its last value would.
+    if (length > 0 &&
+        (offset < 0 || static_cast<int64_t>(offset) + length > static_cast<int64_t>(data.size())))
+        return FALSE;
+    m_layout = layout;
+    if (length > 0)
+        m_values.assign(data.begin() + offset, data.begin() + offset + length);
+    else
+        m_values.clear();
+    offset = WrapAdd(offset, length);
     return TRUE;
 }
 
@@ -69,8 +68,31 @@ CString CNetFlowSetRecord::ToString() const {
 }
 
 void CNetFlowSetRecord::AppendText(CString& out) const {
-    for (const CNetFlowField& field : m_fields) {
+    ForEachField([&out](const CNetFlowField& field) {
         out += field.ToString();
         out += L"\r\n";
-    }
+    });
+}
+
+int CNetFlowSetRecord::GetFieldCount() const {
+    return m_layout ? static_cast<int>(m_layout->m_fields.size()) : 0;
+}
+
+CNetFlowField CNetFlowSetRecord::GetField(int index) const {
+    static const CArray<CNetFlowField> kNoFields;
+    const CArray<CNetFlowField>& specs = m_layout ? m_layout->m_fields : kNoFields;
+    const CNetFlowField& spec = ElementAt(specs, index);
+    size_t position = 0;
+    for (int i = 0; i < index; ++i)
+        position += static_cast<size_t>(specs[static_cast<size_t>(i)].GetLength());
+    CNetFlowField field;
+    FillField(field, spec, position);
+    return field;
+}
+
+CArray<CNetFlowField> CNetFlowSetRecord::GetFields() const {
+    CArray<CNetFlowField> fields;
+    fields.reserve(static_cast<size_t>(GetFieldCount()));
+    ForEachField([&fields](const CNetFlowField& field) { fields.push_back(field); });
+    return fields;
 }

@@ -22,3 +22,10 @@ void CNetFlowSetTemplate::ReserveFields(const CByteArray& data, int offset, int6
     int64_t available = offset < 0 ? 0 : (static_cast<int64_t>(data.size()) - offset) / 4;
     m_fields.reserve(m_fields.size() + static_cast<size_t>(std::clamp<int64_t>(available, 0, wanted)));
 }
+
+int64_t CNetFlowSetTemplate::GetRecordLength() const {
+    int64_t length = 0;
+    for (const CNetFlowField& field : m_fields)
+        length += field.GetLength();
+    return length;
+}

@@ -17,6 +17,9 @@ public:
     // Fields already in the list count towards the field count.
     BOOL Decode(const CByteArray& data, int& offset);
 
+    // Bytes of one data record laid out by this template: the sum of the field lengths.
+    int64_t GetRecordLength() const;
+
     int m_templateId = 0;
     int m_fieldCount = 0;
     CArray<CNetFlowField> m_fields;

@@ -14,13 +14,14 @@ CNetFlowTemplateManager* CNetFlowTemplateManager::GetInstance() {
 }
 
 void CNetFlowTemplateManager::SetTemplate(const CNetFlowSetTemplate& decoded) {
-    CNetFlowSetTemplate& entry = m_templates[decoded.m_templateId];
-    entry.m_templateId = decoded.m_templateId;
-    entry.m_fieldCount = decoded.m_fieldCount;
-    entry.m_fields = decoded.m_fields;
+    auto entry = std::make_shared<CNetFlowSetTemplate>();
+    entry->m_templateId = decoded.m_templateId;
+    entry->m_fieldCount = decoded.m_fieldCount;
+    entry->m_fields = decoded.m_fields;
+    m_templates[decoded.m_templateId] = std::move(entry);
 }
 
-const CNetFlowSetTemplate* CNetFlowTemplateManager::Lookup(int templateId) const {
+std::shared_ptr<const CNetFlowSetTemplate> CNetFlowTemplateManager::Lookup(int templateId) const {
     auto it = m_templates.find(templateId);
-    return it == m_templates.end() ? nullptr : &it->second;
+    return it == m_templates.end() ? nullptr : it->second;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <unordered_map>
 
 #include "netflow9/NetFlowSetTemplate.h"
@@ -8,6 +9,9 @@
 // and session are not part of the key, and a template and an options template with one id overwrite
 // each other (intended). Created on first use, never cleared or aged. No lock: only the decoding
 // thread uses it.
+//
+// Stored templates are immutable and shared with the records decoded by them, so a record keeps the
+// layout it was decoded with after a re-announcement, without a copy per record.
 class CNetFlowTemplateManager {
 public:
     virtual ~CNetFlowTemplateManager() = default;
@@ -19,8 +23,8 @@ public:
     // options template is stored as a plain template; its scope flags travel with its fields.
     void SetTemplate(const CNetFlowSetTemplate& decoded);
 
-    // The stored template for id, or nullptr when the id has not been announced.
-    const CNetFlowSetTemplate* Lookup(int templateId) const;
+    // The stored template for id, or null when the id has not been announced.
+    std::shared_ptr<const CNetFlowSetTemplate> Lookup(int templateId) const;
 
     size_t GetCount() const { return m_templates.size(); }
 
@@ -32,5 +36,5 @@ private:
 
     static CNetFlowTemplateManager* m_pInstance;
 
-    std::unordered_map<int, CNetFlowSetTemplate> m_templates;
+    std::unordered_map<int, std::shared_ptr<const CNetFlowSetTemplate>> m_templates;
 };

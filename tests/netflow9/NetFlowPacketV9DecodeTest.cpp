@@ -35,7 +35,7 @@ ByteBuilder Concat(std::initializer_list<ByteBuilder> parts) {
 // The field values of a record as "name=value" texts, so a test states a whole record at once.
 std::vector<std::wstring> Texts(const CNetFlowSetRecord& record) {
     std::vector<std::wstring> texts;
-    for (const CNetFlowField& field : record.m_fields)
+    for (const CNetFlowField& field : record.GetFields())
         texts.push_back(field.ToString());
     return texts;
 }
@@ -122,7 +122,7 @@ TEST_F(V9Decode, RecordFieldsCarryTypeLengthScopeAndValueBytes) {
     CNetFlowPacketV9 packet;
     packet.Decode(NetFlowV9Datagram().Template(256, kFlowFields).Data(256, FlowRecord(7, 1, 2, 6), 3));
     ASSERT_EQ(packet.GetSize(), 1);
-    const CArray<CNetFlowField>& fields = packet.GetRecords()[0].m_fields;
+    const CArray<CNetFlowField> fields = packet.GetRecords()[0].GetFields();
     ASSERT_EQ(fields.size(), 5u);
     EXPECT_EQ(fields[0].GetType(), 8);
     EXPECT_EQ(fields[0].GetLength(), 4);
@@ -210,14 +210,14 @@ TEST_F(V9Decode, FlowsetIds2And254AreOptionsTemplates) {
                       .Data(400, ByteBuilder().u32(0x0A000001).u32(100))
                       .Data(401, ByteBuilder().u16(3).u8(2), 1));
     ASSERT_EQ(packet.GetSize(), 2);
-    const CArray<CNetFlowField>& first = packet.GetRecords()[0].m_fields;
+    const CArray<CNetFlowField> first = packet.GetRecords()[0].GetFields();
     ASSERT_EQ(first.size(), 2u);
     EXPECT_EQ(first[0].IsScope(), TRUE);
     EXPECT_EQ(first[0].GetType(), 1);
     EXPECT_EQ(first[0].m_value, (CByteArray{10, 0, 0, 1}));
     EXPECT_EQ(first[1].IsScope(), FALSE);
     EXPECT_EQ(first[1].ToString(), L"SAMPLING_INTERVAL=100");
-    const CArray<CNetFlowField>& second = packet.GetRecords()[1].m_fields;
+    const CArray<CNetFlowField> second = packet.GetRecords()[1].GetFields();
     ASSERT_EQ(second.size(), 2u);
     EXPECT_EQ(second[0].IsScope(), TRUE);
     EXPECT_EQ(second[0].m_value, (CByteArray{0, 3}));
@@ -317,7 +317,7 @@ TEST_F(V9Decode, ZeroFieldTemplateEndsItsDataFlowsetAfterOneEmptyRecord) {
                                 .Data(256, FlowRecord(9, 9, 9, 17), 3)),
               TRUE);
     ASSERT_EQ(packet.GetSize(), 2);
-    EXPECT_TRUE(packet.GetRecords()[0].m_fields.empty());
+    EXPECT_TRUE(packet.GetRecords()[0].GetFields().empty());
     EXPECT_EQ(Texts(packet.GetRecords()[1]), FlowTexts(9, 9, 9, 17));
 }
 
@@ -327,9 +327,10 @@ TEST_F(V9Decode, TemplateOfZeroLengthFieldsEndsItsDataFlowsetAfterOneRecord) {
                   NetFlowV9Datagram().Template(501, {{8, 0}, {95, 0}}).Data(501, ByteBuilder().zeros(40))),
               TRUE);
     ASSERT_EQ(packet.GetSize(), 1);
-    ASSERT_EQ(packet.GetRecords()[0].m_fields.size(), 2u);
-    EXPECT_TRUE(packet.GetRecords()[0].m_fields[0].m_value.empty());
-    EXPECT_EQ(packet.GetRecords()[0].m_fields[1].GetType(), 95);
+    const CArray<CNetFlowField> fields = packet.GetRecords()[0].GetFields();
+    ASSERT_EQ(fields.size(), 2u);
+    EXPECT_TRUE(fields[0].m_value.empty());
+    EXPECT_EQ(fields[1].GetType(), 95);
 }
 
 TEST_F(V9Decode, ReannouncedTemplateAppliesToLaterRecordsOnly) {
@@ -446,4 +447,33 @@ TEST_F(V9Decode, PacketsAreDeletedThroughTheBasePointer) {
     CTPAbstractPacket* packet = new CNetFlowPacketV9(DecodedPacket(1, {1, 2, 3}));
     EXPECT_EQ(packet->GetSize(), 3);
     delete packet; // ASan reports a leak if the derived destructor did not run
+}
+
+// Record access.
+
+TEST_F(V9Decode, RecordHandsOutEachFieldWithItsValueAndRangeTestsTheIndex) {
+    CNetFlowPacketV9 packet;
+    packet.Decode(NetFlowV9Datagram().Template(256, kFlowFields).Data(256, FlowRecord(7, 1, 2, 6), 3));
+    const CNetFlowSetRecord& record = packet.GetRecords()[0];
+    EXPECT_EQ(record.GetFieldCount(), 5);
+    CNetFlowField port = record.GetField(3);
+    EXPECT_EQ(port.GetType(), 11);
+    EXPECT_EQ(port.GetLength(), 2);
+    EXPECT_EQ(port.m_value, (CByteArray{0, 2}));
+    EXPECT_EQ(record.GetField(4).m_value, (CByteArray{6}));
+    EXPECT_THROW(record.GetField(5), CInvalidArgException);
+    EXPECT_THROW(record.GetField(-1), CInvalidArgException);
+    EXPECT_EQ(CNetFlowSetRecord().GetFieldCount(), 0);
+    EXPECT_THROW(CNetFlowSetRecord().GetField(0), CInvalidArgException);
+}
+
+TEST_F(V9Decode, CopiedRecordIsIndependentOfTheStoreAndThePacket) {
+    CNetFlowSetRecord copy;
+    {
+        CNetFlowPacketV9 packet;
+        packet.Decode(NetFlowV9Datagram().Template(256, kFlowFields).Data(256, FlowRecord(4, 5, 6, 17), 3));
+        copy = packet.GetRecords()[0];
+    }
+    CNetFlowTemplateManagerTestAccess::Reset();
+    EXPECT_EQ(Texts(copy), FlowTexts(4, 5, 6, 17));
 }

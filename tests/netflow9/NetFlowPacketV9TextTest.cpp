@@ -152,7 +152,7 @@ TEST_F(V9Text, ProtocolByte0x11IsUdpInFieldsAnd17InText) {
     EXPECT_EQ(ids, (CUIntArray{4}));
     EXPECT_EQ(values, (CStringArray{L"UDP"}));
     EXPECT_NE(packet.ToString().find(L"\r\nPROT=17\r\n"), CString::npos);
-    EXPECT_EQ(packet.GetRecords()[0].m_fields[0].GetValue(), L"17");
+    EXPECT_EQ(packet.GetRecords()[0].GetField(0).GetValue(), L"17");
 }
 
 TEST_F(V9Text, ProtocolNameComesFromTheLeadingNumberOfTheValueText) {

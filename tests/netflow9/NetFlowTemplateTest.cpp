@@ -196,7 +196,7 @@ TEST_F(EmptyTemplateStore, TemplateFlowsetStoresIdCountAndFields) {
     CNetFlowPacketV9 packet;
     packet.Decode(NetFlowV9Datagram().Template(300, {{8, 4}, {4, 1}}));
     EXPECT_TRUE(packet.IsEmpty());
-    const CNetFlowSetTemplate* t = CNetFlowTemplateManager::GetInstance()->Lookup(300);
+    auto t = CNetFlowTemplateManager::GetInstance()->Lookup(300);
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(t->m_templateId, 300);
     EXPECT_EQ(t->m_fieldCount, 2);
@@ -208,7 +208,7 @@ TEST_F(EmptyTemplateStore, TemplateFlowsetStoresIdCountAndFields) {
 TEST_F(EmptyTemplateStore, TemplateWithFieldCountZeroIsStoredWithEmptyFieldList) {
     CNetFlowPacketV9 packet;
     packet.Decode(NetFlowV9Datagram().Template(301, {}));
-    const CNetFlowSetTemplate* t = CNetFlowTemplateManager::GetInstance()->Lookup(301);
+    auto t = CNetFlowTemplateManager::GetInstance()->Lookup(301);
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(t->m_fieldCount, 0);
     EXPECT_TRUE(t->m_fields.empty());
@@ -219,7 +219,7 @@ TEST_F(EmptyTemplateStore, ReannouncementReplacesTheFieldListCompletely) {
     first.Decode(NetFlowV9Datagram().Template(300, {{8, 4}, {12, 4}, {4, 1}}));
     CNetFlowPacketV9 second;
     second.Decode(NetFlowV9Datagram().Template(300, {{7, 2}}));
-    const CNetFlowSetTemplate* t = CNetFlowTemplateManager::GetInstance()->Lookup(300);
+    auto t = CNetFlowTemplateManager::GetInstance()->Lookup(300);
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(t->m_fieldCount, 1);
     ASSERT_EQ(t->m_fields.size(), 1u);
@@ -240,9 +240,9 @@ TEST_F(EmptyTemplateStore, SeveralTemplatesInOneFlowsetAreAllStored) {
 TEST_F(EmptyTemplateStore, OptionsTemplateIsStoredAsPlainTemplateWithScopeFlagsAndCountZero) {
     CNetFlowPacketV9 packet;
     packet.Decode(NetFlowV9Datagram().OptionsTemplate(310, {{1, 4}}, {{34, 4}, {35, 1}}));
-    const CNetFlowSetTemplate* t = CNetFlowTemplateManager::GetInstance()->Lookup(310);
+    auto t = CNetFlowTemplateManager::GetInstance()->Lookup(310);
     ASSERT_NE(t, nullptr);
-    EXPECT_EQ(dynamic_cast<const CNetFlowOptionsTemplate*>(t), nullptr);
+    EXPECT_EQ(dynamic_cast<const CNetFlowOptionsTemplate*>(t.get()), nullptr);
     EXPECT_EQ(t->m_templateId, 310);
     EXPECT_EQ(t->m_fieldCount, 0);
     ASSERT_EQ(t->m_fields.size(), 3u);
@@ -254,7 +254,7 @@ TEST_F(EmptyTemplateStore, OptionsTemplateIsStoredAsPlainTemplateWithScopeFlagsA
 TEST_F(EmptyTemplateStore, TemplateAndOptionsTemplateWithTheSameIdOverwriteEachOther) {
     CNetFlowPacketV9 packet;
     packet.Decode(NetFlowV9Datagram().Template(320, {{8, 4}}).OptionsTemplate(320, {{1, 4}}, {}));
-    const CNetFlowSetTemplate* t = CNetFlowTemplateManager::GetInstance()->Lookup(320);
+    auto t = CNetFlowTemplateManager::GetInstance()->Lookup(320);
     ASSERT_NE(t, nullptr);
     ASSERT_EQ(t->m_fields.size(), 1u);
     ExpectField(t->m_fields[0], 1, 4, TRUE);
@@ -284,5 +284,5 @@ TEST_F(EmptyTemplateStore, TemplatesOfOneExporterServeEveryExporterAndSourceId) 
     other.SetSenderInfo(L"10.9.9.9", 9995);
     other.Decode(NetFlowV9Datagram({.sourceId = 77}).Data(300, ByteBuilder().u16(53)));
     ASSERT_EQ(other.GetSize(), 1);
-    EXPECT_EQ(other.GetRecords()[0].m_fields[0].GetValue(), L"53");
+    EXPECT_EQ(other.GetRecords()[0].GetField(0).GetValue(), L"53");
 }

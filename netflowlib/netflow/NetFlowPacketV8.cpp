@@ -30,8 +30,7 @@ int CNetFlowPacketV8::Decode(const CByteArray& datagram) {
     // An unknown scheme reads no record and succeeds.
     int result = 1;
     VisitSchemeRecords(*this, [&](auto& records) {
-        result =
-            CNetFlowPacket::DecodeRecords(datagram, m_header.m_count, CNetFlowHeaderV8::WIRE_SIZE, records);
+        result = DecodeRecords(datagram, m_header.m_count, CNetFlowHeaderV8::WIRE_SIZE, records);
     });
     return result;
 }

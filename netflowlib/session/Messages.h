@@ -11,3 +11,10 @@ constexpr UINT WM_NETFLOW_DB_EXITING = 1248;     // writer -> session window
 constexpr UINT WM_NETFLOW_DB_OPEN = 1249;        // session -> writer thread
 constexpr UINT WM_NETFLOW_DB_OPENED = 1250;      // writer -> session window
 constexpr UINT WM_NETFLOW_DB_WRITE = 1251;       // session -> writer thread
+
+// A thread message as a worker thread's queue carries it.
+struct MSG {
+    UINT message;
+    WPARAM wParam;
+    LPARAM lParam;
+};

@@ -4,10 +4,23 @@
 
 #include <future>
 
+CWnd::~CWnd() {
+    DestroyWindow();
+}
+
 BOOL CWnd::CreateEx(asio::io_context& loop, const CString& windowName) {
     m_pLoop = &loop;
     m_threadId = std::this_thread::get_id();
     m_strWindowName = windowName;
+    m_pAlive = std::make_shared<const bool>(true);
+    return TRUE;
+}
+
+BOOL CWnd::DestroyWindow() {
+    if (m_pLoop == nullptr)
+        return FALSE;
+    m_pLoop = nullptr;
+    m_pAlive.reset();
     return TRUE;
 }
 
@@ -18,20 +31,33 @@ LRESULT CWnd::SendMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         return WindowProc(message, wParam, lParam);
     std::promise<LRESULT> done;
     std::future<LRESULT> result = done.get_future();
-    asio::post(*m_pLoop, [this, message, wParam, lParam, &done] {
+    std::weak_ptr<const bool> alive = m_pAlive;
+    asio::post(*m_pLoop, [this, alive, message, wParam, lParam, &done] {
+        if (alive.expired()) {
+            done.set_value(0);
+            return;
+        }
         try {
             done.set_value(WindowProc(message, wParam, lParam));
         } catch (...) {
             done.set_exception(std::current_exception());
         }
     });
-    return result.get();
+    try {
+        return result.get();
+    } catch (const std::future_error&) {
+        return 0; // the loop was destroyed before it ran the message
+    }
 }
 
 BOOL CWnd::PostMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     if (m_pLoop == nullptr)
         return FALSE;
-    asio::post(*m_pLoop, [this, message, wParam, lParam] { WindowProc(message, wParam, lParam); });
+    std::weak_ptr<const bool> alive = m_pAlive;
+    asio::post(*m_pLoop, [this, alive, message, wParam, lParam] {
+        if (!alive.expired())
+            WindowProc(message, wParam, lParam);
+    });
     return TRUE;
 }
 

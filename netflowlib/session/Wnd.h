@@ -2,6 +2,7 @@
 
 #include <asio/io_context.hpp>
 
+#include <memory>
 #include <thread>
 
 #include "util/Types.h"
@@ -9,14 +10,16 @@
 // A window is a message target bound to an event loop and to the thread that created it (the thread that
 // runs the loop). SendMessage from that thread runs WindowProc at once; from any other thread it posts
 // the call to the loop and blocks until it has run, as a cross-thread send does on Windows.
+// A message that reaches the loop after the window was destroyed is not delivered: the send returns 0.
 class CWnd {
 public:
     CWnd() = default;
     CWnd(const CWnd&) = delete;
     CWnd& operator=(const CWnd&) = delete;
-    virtual ~CWnd() = default;
+    virtual ~CWnd();
 
     BOOL CreateEx(asio::io_context& loop, const CString& windowName);
+    BOOL DestroyWindow();
     BOOL IsWindow() const { return m_pLoop != nullptr; }
     asio::io_context* GetLoop() const { return m_pLoop; }
     const CString& GetWindowName() const { return m_strWindowName; }
@@ -31,4 +34,6 @@ protected:
     asio::io_context* m_pLoop = nullptr;
     std::thread::id m_threadId;
     CString m_strWindowName;
+    // Queued cross-thread messages hold a weak reference; it expires when the window goes.
+    std::shared_ptr<const bool> m_pAlive;
 };

@@ -12,7 +12,7 @@ int CNetFlowHeaderV5::Decode(const CByteArray& data) {
 }
 
 CString CNetFlowHeaderV5::ToString() const {
-    // No blank after "flowSequence = %d,": part of the format.
+    // No blank after "flowSequence = %d,": intended.
     return tpnf::FormatText(
         L"V5FlowHeader [ version = %d, count = %d, sysUptime = %u, unixSecs = %u, unixNsecs = %u, "
         L"flowSequence = %d,engineType = %d, engineId = %d ]",

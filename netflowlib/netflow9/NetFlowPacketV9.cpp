@@ -55,10 +55,14 @@ BOOL CNetFlowPacketV9::DecodeFlowSet(const CByteArray& datagram, int id, int& of
             offset = end;
             return TRUE;
         }
+        // Room for the records the flowset can hold, growing geometrically across flowsets.
         const int64_t recordBytes = layout->GetRecordLength();
-        int64_t span = std::min<int64_t>(end, static_cast<int64_t>(datagram.size())) - offset;
-        m_records.reserve(m_records.size() + static_cast<size_t>(std::max<int64_t>(
-                                                 1, recordBytes > 0 ? span / recordBytes : 1)));
+        const int64_t span = std::min<int64_t>(end, static_cast<int64_t>(datagram.size())) - offset;
+        const size_t needed =
+            m_records.size() +
+            static_cast<size_t>(std::max<int64_t>(1, recordBytes > 0 ? span / recordBytes : 1));
+        if (needed > m_records.capacity())
+            m_records.reserve(std::max(needed, 2 * m_records.capacity()));
     }
 
     do {

@@ -477,3 +477,14 @@ TEST_F(V9Decode, CopiedRecordIsIndependentOfTheStoreAndThePacket) {
     CNetFlowTemplateManagerTestAccess::Reset();
     EXPECT_EQ(Texts(copy), FlowTexts(4, 5, 6, 17));
 }
+
+TEST_F(V9Decode, ThousandsOfUnpaddedOneRecordFlowsetsAllDecode) {
+    NetFlowV9Datagram d;
+    d.Template(256, {{4, 1}});
+    for (int i = 0; i < 12000; ++i)
+        d.Data(256, ByteBuilder().u8(static_cast<uint8_t>(i))); // 5-byte flowsets, no padding
+    CNetFlowPacketV9 packet;
+    EXPECT_EQ(packet.Decode(d), TRUE);
+    ASSERT_EQ(packet.GetSize(), 12000);
+    EXPECT_EQ(packet.GetRecords()[11999].GetField(0).GetValue(), std::to_wstring(11999 % 256));
+}

@@ -68,6 +68,11 @@ inline void AppendDecimal(CString& out, int64_t value) {
 
 inline void AppendHex(CString& out, uint32_t value, int minDigits = 2) {
     static constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
+    if (value <= 0xFF && minDigits == 2) { // the common case: one byte
+        out += kDigits[value >> 4];
+        out += kDigits[value & 0x0F];
+        return;
+    }
     wchar_t digits[8];
     int n = 0;
     do {

@@ -87,9 +87,12 @@ TEST_F(SessionTest, GetPacketsHandsPacketsOverInArrivalOrder) {
     ASSERT_EQ(packets.size(), 5u);
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(static_cast<CountingPacket*>(packets[i])->m_id, i);
+    CArray<CTPAbstractPacket*, CTPAbstractPacket*> taken = packets;
     session.GetPackets(packets);
     EXPECT_TRUE(packets.empty()); // the second call finds nothing
     EXPECT_EQ(owner.Count(WM_NETFLOW_PACKET), 5u);
+    for (CTPAbstractPacket* p : taken)
+        delete p; // the caller owns what it took
 }
 
 TEST_F(SessionTest, OwnerIsNotifiedAfterTheListAppendAndOutsideTheLock) {

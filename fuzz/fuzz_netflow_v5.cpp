@@ -1,0 +1,6 @@
+#include "FuzzPacket.h"
+#include "netflow/NetFlowPacketV5.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    return tpnf::fuzz::DecodeAndExercise<CNetFlowPacketV5>(data, size);
+}

@@ -13,6 +13,7 @@
 #include "netflow9/NetFlowPacketV9.h"
 #include "session/Messages.h"
 #include "session/NetFlowSession.h"
+#include "sflow/SFlowPacket.h"
 #include "util/Format.h"
 #include "util/NetFlowUtility.h"
 #include "util/TextConvert.h"
@@ -29,6 +30,10 @@ CTPAbstractPacket* CreatePacket(const CByteArray& datagram) {
     switch (CNetFlowUtility::GetUShort(datagram, 0)) {
     case 0:
         switch (CNetFlowUtility::GetULong(datagram, 0)) {
+        case 2:
+        case 4:
+        case 5:
+            return new CSFlowPacket;
         default:
             return nullptr;
         }

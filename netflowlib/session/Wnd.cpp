@@ -29,18 +29,19 @@ LRESULT CWnd::SendMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         return 0;
     if (std::this_thread::get_id() == m_threadId)
         return WindowProc(message, wParam, lParam);
-    std::promise<LRESULT> done;
-    std::future<LRESULT> result = done.get_future();
+    // The promise travels with the handler: a loop destroyed with the handler unrun breaks it.
+    auto done = std::make_shared<std::promise<LRESULT>>();
+    std::future<LRESULT> result = done->get_future();
     std::weak_ptr<const bool> alive = m_pAlive;
-    asio::post(*m_pLoop, [this, alive, message, wParam, lParam, &done] {
+    asio::post(*m_pLoop, [this, alive, message, wParam, lParam, done] {
         if (alive.expired()) {
-            done.set_value(0);
+            done->set_value(0);
             return;
         }
         try {
-            done.set_value(WindowProc(message, wParam, lParam));
+            done->set_value(WindowProc(message, wParam, lParam));
         } catch (...) {
-            done.set_exception(std::current_exception());
+            done->set_exception(std::current_exception());
         }
     });
     try {

@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <mutex>
 #include <thread>
 
 #include "session/SessionTestSupport.h"
@@ -123,6 +125,14 @@ TEST_F(SessionTest, WriterHoldsThePacketBeforeTheOwnerIsNotified) {
     ASSERT_TRUE(session.Init(&owner, 0, L"no_such_dsn"));
     CNetFlowDatabase* writer = session.m_pDatabaseThread;
     ASSERT_NE(writer, nullptr);
+    // The writer's open (bound to fail: no such source) holds its lock; wait until it is over.
+    auto openFinished = [writer] {
+        std::lock_guard<std::recursive_mutex> lock(writer->m_Lock);
+        return !writer->m_bStatusOK;
+    };
+    for (int i = 0; i < 1000 && !openFinished(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(openFinished());
     CountingPacket* p = new CountingPacket;
     size_t queuedAtNotice = 0;
     bool writerLockFree = false;

@@ -25,6 +25,9 @@ public:
     CString GetTimestamp() const override { return m_header.GetTimestamp(); }
     CString GetSysUpTime() const override { return m_header.GetSysUpTime(); }
     void GetRecordFields(int recordIndex, CUIntArray& fieldIds, CStringArray& values) override;
+    // One "netflow_records" row per data record and one "netflow_attributes" row per field, with ids from
+    // recordId on; recordId ends one past the last id used. Nothing is written when recordId is -1.
+    void PrepareSQL(int& recordId, CODBCRecordset& records, CODBCRecordset& attributes) override;
 
     const CNetFlowHeaderV9& GetHeader() const { return m_header; }
     const CArray<CNetFlowSetRecord>& GetRecords() const { return m_records; }

@@ -1,8 +1,15 @@
 #include "session/NetFlowDatabase.h"
 
+#include <sql.h>
+#include <sqlext.h>
+
 #include <thread>
 
+#include "corelib/DBException.h"
+#include "corelib/ODBCRecordset.h"
+#include "corelib/TypeInfo.h"
 #include "session/NetFlowSession.h"
+#include "util/Format.h"
 
 CNetFlowDatabase* CNetFlowDatabase::BeginThread() {
     CNetFlowDatabase* pThread = new CNetFlowDatabase;
@@ -82,22 +89,180 @@ size_t CNetFlowDatabase::GetQueuedCount() {
     return m_Packets.size();
 }
 
+namespace {
+
+const wchar_t* const RECORDS_TABLE = L"netflow_records";
+const wchar_t* const ATTRIBUTES_TABLE = L"netflow_attributes";
+const wchar_t* const RECORD_ID_TABLE = L"netflow_record_id";
+const wchar_t* const RECORD_ID = L"record_id";
+
+CString SelectAll(const wchar_t* table) {
+    return CString(L"select * from ") + table;
+}
+
+// Closing after a failure must not throw again; what it would still write is rolled back anyway.
+void CloseQuietly(CODBCRecordset& recordset) {
+    try {
+        recordset.Close();
+    } catch (const CDBException&) {
+    }
+}
+
+} // namespace
+
 int CNetFlowDatabase::OpenDatabase() {
-    // replaced by the ODBC writer
     std::lock_guard<std::recursive_mutex> lock(m_Lock);
-    m_strLastError = L"Failed to open database";
+    try {
+        if (m_Database.IsOpen())
+            m_Database.Close();
+        m_Database.OpenEx(L"DSN=" + m_strDSN); // never prompts
+        if (!CreateTables())
+            return 0;
+        m_bStatusOK = TRUE;
+        return 1;
+    } catch (const CDBException& e) {
+        m_strLastError = e.m_strError;
+    } catch (const std::exception&) {
+        m_strLastError = L"Failed to open database";
+    }
     m_bStatusOK = FALSE;
+    if (m_Database.IsOpen())
+        m_Database.Close();
     return 0;
 }
 
 int CNetFlowDatabase::CreateTables() {
-    return 0; // replaced by the ODBC writer
+    if (!m_Database.IsOpen())
+        return 0;
+    const BOOL canTransact = m_Database.CanTransact();
+    try {
+        const CString integer = CTypeInfo::GetSQLType(&m_Database, SQL_INTEGER);
+        const CString text = CTypeInfo::GetSQLType(&m_Database, SQL_WVARCHAR);
+        const CString records =
+            tpnf::FormatText(L"create table %s (%s %s NOT NULL PRIMARY KEY, %s %s, %s %s, %s %s, %s %s)",
+                             RECORDS_TABLE, RECORD_ID, integer, L"record_ip_addr", text, L"record_ip_port",
+                             integer, L"record_time", integer, L"record_version", integer);
+        const CString attributes =
+            tpnf::FormatText(L"create table %s (%s %s NOT NULL, %s %s, %s %s)", ATTRIBUTES_TABLE, RECORD_ID,
+                             integer, L"attr_id", integer, L"attr_value", text);
+        const CString recordId = tpnf::FormatText(L"create table %s (%s %s NOT NULL PRIMARY KEY)",
+                                                  RECORD_ID_TABLE, RECORD_ID, integer);
+        if (canTransact)
+            m_Database.BeginTrans();
+        m_Database.ExecuteSQL(records);
+        m_Database.ExecuteSQL(attributes);
+        m_Database.ExecuteSQL(recordId);
+        if (canTransact)
+            m_Database.CommitTrans();
+        m_bStatusOK = TRUE;
+        return 1;
+    } catch (const CDBException& e) {
+        m_strLastError = e.m_strError;
+        // Creating a table that exists fails with SQL_ERROR: an existing schema counts as success, intended.
+        if (e.m_nRetCode != SQL_ERROR)
+            m_bStatusOK = FALSE;
+    } catch (const std::exception&) {
+        m_strLastError = L"Failed to create table";
+        m_bStatusOK = FALSE;
+    }
+    if (canTransact)
+        m_Database.Rollback();
+    return m_bStatusOK;
 }
 
-int CNetFlowDatabase::AccessRecordId(int) {
-    return -1; // replaced by the ODBC writer
+int CNetFlowDatabase::AccessRecordId(int newId) {
+    if (!m_Database.IsOpen())
+        return -1;
+    const BOOL canTransact = m_Database.CanTransact();
+    CODBCRecordset recordset(&m_Database);
+    try {
+        if (canTransact)
+            m_Database.BeginTrans();
+        recordset.Open(SelectAll(RECORD_ID_TABLE));
+        int result;
+        if (recordset.HasRows()) {
+            // Every row is visited: with several rows all take newId and the last one's value is returned.
+            result = -1;
+            while (!recordset.IsEOF()) {
+                result = recordset.GetLong(RECORD_ID);
+                if (newId != -1) {
+                    result = newId;
+                    recordset.Edit();
+                    recordset.Field(RECORD_ID) = newId;
+                    recordset.Update();
+                }
+                recordset.MoveNext();
+            }
+        } else {
+            if (!recordset.CanAppend())
+                return -1; // the transaction begun above stays open: intended
+            recordset.AddNew();
+            recordset.Field(RECORD_ID) = 0; // whatever newId was: intended
+            recordset.Update();
+            result = 0;
+        }
+        recordset.Close();
+        if (canTransact)
+            m_Database.CommitTrans();
+        return result;
+    } catch (const CDBException& e) {
+        m_strLastError = e.m_strError;
+    } catch (const std::exception&) {
+        m_strLastError = L"Failed to execute query";
+    }
+    m_bStatusOK = FALSE;
+    CloseQuietly(recordset);
+    if (canTransact)
+        m_Database.Rollback();
+    return 0; // taken as an id by WritePackets: intended
 }
 
 int CNetFlowDatabase::WritePackets() {
-    return 0; // replaced by the ODBC writer; the queue is kept
+    std::lock_guard<std::recursive_mutex> lock(m_Lock);
+    if (!m_Database.IsOpen() || !m_bStatusOK)
+        return 0;
+    if (m_Packets.empty())
+        return 1;
+    int recordId = AccessRecordId(-1);
+    if (recordId == -1)
+        return 0;
+    const BOOL canTransact = m_Database.CanTransact();
+    CODBCRecordset records(&m_Database);
+    CODBCRecordset attributes(&m_Database);
+    try {
+        if (canTransact)
+            m_Database.BeginTrans();
+        records.Open(SelectAll(RECORDS_TABLE));
+        attributes.Open(SelectAll(ATTRIBUTES_TABLE));
+        if (!records.CanAppend() || !attributes.CanAppend()) {
+            m_strLastError = L"Failed to write to the database";
+            m_bStatusOK = FALSE;
+            records.Close();
+            attributes.Close();
+            if (canTransact)
+                m_Database.Rollback();
+            return 0;
+        }
+        for (CTPAbstractPacket* packet : m_Packets)
+            packet->PrepareSQL(recordId, records, attributes);
+        records.Close();
+        attributes.Close();
+        if (canTransact)
+            m_Database.CommitTrans();
+        // Emptied only once the rows are committed, so a failing commit keeps the queue too.
+        m_Packets.clear();
+        AccessRecordId(recordId);
+        m_bStatusOK = TRUE;
+        return 1;
+    } catch (const CDBException& e) {
+        m_strLastError = e.m_strError;
+    } catch (const std::exception&) {
+        m_strLastError = L"Failed to execute query";
+    }
+    m_bStatusOK = FALSE;
+    CloseQuietly(records);
+    CloseQuietly(attributes);
+    if (canTransact)
+        m_Database.Rollback();
+    return 0;
 }

@@ -5,6 +5,7 @@
 #include <future>
 #include <mutex>
 
+#include "corelib/Database.h"
 #include "session/Messages.h"
 #include "session/TPAbstractPacket.h"
 #include "util/Types.h"
@@ -15,6 +16,12 @@ class CNetFlowSession;
 // per packet and QUIT; it answers by sending OPENED, OPEN_FAILED and EXITING to the session's hidden
 // window. Queued packet pointers are borrowed, never deleted here. The object deletes itself when its
 // thread ends.
+//
+// Storage: three tables, "netflow_records" (one row per flow record), "netflow_attributes" (one row per
+// field of a record) and "netflow_record_id" (the next free record id), created on the first open. Each
+// write stores the whole queue in one transaction through the packets' PrepareSQL. Failures are kept in
+// m_strLastError and clear m_bStatusOK; from then on writes are refused and the queue only grows.
+// Database errors arrive as CDBException thrown by value.
 class CNetFlowDatabase {
 public:
     // Creates the object and starts its thread at once; m_hThread becomes ready with the exit code when
@@ -36,15 +43,20 @@ public:
     // Number of packets waiting to be stored.
     size_t GetQueuedCount();
 
+    // Connects with "DSN=" + m_strDSN and creates the tables; 1 on success, else 0. Holds m_Lock.
     int OpenDatabase();
+    // 1 when the tables were made or already exist (the create error text is kept), else 0.
     int CreateTables();
+    // The next free record id, after storing newId unless it is -1; -1 when unknown; 0 on a failure.
     int AccessRecordId(int newId);
+    // Stores every queued packet in one transaction; 1 on success, else 0 with the queue kept. Holds m_Lock.
     int WritePackets();
 
     std::shared_future<int> m_hThread;
 
     CString m_strLastError;
     BOOL m_bStatusOK = TRUE;
+    CDatabase m_Database;
     std::recursive_mutex m_Lock;
     CNetFlowSession* m_pSession = nullptr;
     CString m_strDSN;

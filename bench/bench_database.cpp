@@ -1,0 +1,253 @@
+// Database write throughput: 100,000 flow records of 12 fields each (1,300,000 rows) stored by the
+// writer's WritePackets in one write, against the same rows bulk-loaded by the database's own tool
+// (sqlite3 .import, psql \copy) into the same kind of database on the same machine.
+//
+// Uses the data sources of the database tests: eval "$(scripts/odbc-env)" after scripts/pg-server start.
+// Without TPNF_TEST_PG_DSN the PostgreSQL cases are skipped. Each case runs 3 times; read the median.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "corelib/Database.h"
+#include "corelib/TestDataSource.h"
+#include "netflow9/NetFlowPacketV9.h"
+#include "session/NetFlowDatabase.h"
+#include "support/ByteBuilder.h"
+#include "support/NetFlowV9Datagram.h"
+#include "util/TextConvert.h"
+
+namespace {
+
+using tpnf::test::Backend;
+using tpnf::test::ByteBuilder;
+using tpnf::test::NetFlowV9Datagram;
+using tpnf::test::TestDataSource;
+using tpnf::test::V9Header;
+
+constexpr int kRecords = 100000;
+constexpr int kRecordsPerPacket = 20;
+constexpr int kFields = 12;
+constexpr int64_t kRows = int64_t{kRecords} * (1 + kFields);
+
+class BenchWriter : public CNetFlowDatabase {
+public:
+    explicit BenchWriter(const CString& dsn) { m_strDSN = dsn; }
+};
+
+// Decoded NetFlow v9 packets of kRecordsPerPacket records with the 12 fields of a typical IPv4 template:
+// IPV4_SRC_ADDR, IPV4_DST_ADDR, IN_BYTES, PROT, SRC_TOS, L4_SRC_PORT, L4_DST_PORT, TCP_FLAGS, SRC_MASK,
+// FIRST_SWITCHED, INPUT_SNMP, DST_MASK.
+std::vector<std::unique_ptr<CNetFlowPacketV9>> MakePackets() {
+    ByteBuilder records;
+    for (int r = 0; r < kRecordsPerPacket; ++r)
+        records.ipv4(10, 1, 2, 3)
+            .ipv4(192, 168, 7, 20)
+            .u32(1532)
+            .u8(17)
+            .u8(6)
+            .u16(443)
+            .u16(51234)
+            .u8(0)
+            .u8(24)
+            .u32(1700000000)
+            .u16(3)
+            .u8(16);
+    std::vector<std::unique_ptr<CNetFlowPacketV9>> packets;
+    for (int p = 0; p < kRecords / kRecordsPerPacket; ++p) {
+        const std::vector<uint8_t> datagram =
+            NetFlowV9Datagram(
+                V9Header{2, 0, 1700000000u + static_cast<uint32_t>(p), static_cast<uint32_t>(p), 0})
+                .Template(310, {{8, 4},
+                                {12, 4},
+                                {1, 4},
+                                {4, 1},
+                                {5, 1},
+                                {7, 2},
+                                {11, 2},
+                                {6, 1},
+                                {9, 1},
+                                {22, 4},
+                                {10, 2},
+                                {13, 1}})
+                .Data(310, records.build())
+                .build();
+        auto packet = std::make_unique<CNetFlowPacketV9>();
+        if (!packet->Decode(CByteArray(datagram.begin(), datagram.end())) ||
+            packet->GetSize() != kRecordsPerPacket)
+            std::abort();
+        packet->SetSenderInfo(L"192.0.2.7", 2055);
+        packets.push_back(std::move(packet));
+    }
+    return packets;
+}
+
+const std::vector<std::unique_ptr<CNetFlowPacketV9>>& Packets() {
+    static const std::vector<std::unique_ptr<CNetFlowPacketV9>> packets = MakePackets();
+    return packets;
+}
+
+bool Available(benchmark::State& state, const TestDataSource& source) {
+    if (source.SkipReason().empty())
+        return true;
+    state.SkipWithError(source.SkipReason().c_str());
+    return false;
+}
+
+void Report(benchmark::State& state, double seconds) {
+    state.SetIterationTime(seconds);
+    state.counters["rows_per_s"] = benchmark::Counter(static_cast<double>(kRows) / seconds);
+}
+
+void BM_WriterWritePackets(benchmark::State& state, Backend backend) {
+    const auto& packets = Packets();
+    for (auto _ : state) {
+        TestDataSource source(backend);
+        if (!Available(state, source))
+            return;
+        BenchWriter writer(source.Name());
+        if (writer.OpenDatabase() != 1) {
+            state.SkipWithError(tpnf::ToUtf8(writer.m_strLastError).c_str());
+            return;
+        }
+        for (const auto& packet : packets)
+            writer.AddPacket(packet.get());
+        auto start = std::chrono::steady_clock::now();
+        int written = writer.WritePackets();
+        double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (written != 1) {
+            state.SkipWithError(tpnf::ToUtf8(writer.m_strLastError).c_str());
+            return;
+        }
+        Report(state, seconds);
+    }
+}
+
+// The same rows as CSV files, written once.
+struct CsvFiles {
+    std::filesystem::path dir = tpnf::test::NewTempDir();
+    std::filesystem::path records = dir / "records.csv";
+    std::filesystem::path attributes = dir / "attributes.csv";
+
+    CsvFiles() {
+        std::ofstream r(records);
+        std::ofstream a(attributes);
+        // The rows PrepareSQL writes, taken from the same packets.
+        int id = 0;
+        for (const auto& packet : Packets())
+            for (const CNetFlowSetRecord& record : packet->GetRecords()) {
+                r << id << ",192.0.2.7,2055," << packet->GetHeader().m_unixSecs << ",9\n";
+                record.ForEachField([&](const CNetFlowField& field) {
+                    a << id << ',' << field.GetType() << ',' << tpnf::ToUtf8(field.GetValue()) << '\n';
+                });
+                ++id;
+            }
+    }
+    ~CsvFiles() {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    }
+};
+
+const CsvFiles& Csv() {
+    static const CsvFiles files;
+    return files;
+}
+
+// The attributes of a data source in the odbc.ini that ODBCINI names.
+std::map<std::string, std::string> DataSourceAttributes(const std::string& dsn) {
+    std::map<std::string, std::string> attributes;
+    const char* ini = std::getenv("ODBCINI");
+    if (ini == nullptr)
+        return attributes;
+    std::ifstream in(ini);
+    std::string line;
+    bool inSection = false;
+    auto trim = [](std::string s) {
+        s.erase(0, s.find_first_not_of(" \t"));
+        s.erase(s.find_last_not_of(" \t\r") + 1);
+        return s;
+    };
+    while (std::getline(in, line)) {
+        line = trim(line);
+        if (line.empty() || line[0] == ';' || line[0] == '#')
+            continue;
+        if (line.front() == '[') {
+            inSection = line == "[" + dsn + "]";
+            continue;
+        }
+        size_t eq = line.find('=');
+        if (inSection && eq != std::string::npos) {
+            std::string key = trim(line.substr(0, eq));
+            std::transform(key.begin(), key.end(), key.begin(),
+                           [](unsigned char c) { return std::tolower(c); });
+            attributes[key] = trim(line.substr(eq + 1));
+        }
+    }
+    return attributes;
+}
+
+// Creates the writer's tables (a writer that opens and closes) so both loads fill the same schema.
+bool CreateTables(benchmark::State& state, const TestDataSource& source) {
+    BenchWriter writer(source.Name());
+    if (writer.OpenDatabase() == 1)
+        return true;
+    state.SkipWithError(tpnf::ToUtf8(writer.m_strLastError).c_str());
+    return false;
+}
+
+double TimeCommand(const std::string& command) {
+    auto start = std::chrono::steady_clock::now();
+    int status = std::system(command.c_str());
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return status == 0 ? seconds : -1.0;
+}
+
+void BM_BulkLoad(benchmark::State& state, Backend backend) {
+    const CsvFiles& csv = Csv();
+    for (auto _ : state) {
+        TestDataSource source(backend);
+        if (!Available(state, source) || !CreateTables(state, source))
+            return;
+        std::string command;
+        if (backend == Backend::SQLite) {
+            command = "sqlite3 '" + source.SQLiteFile().string() +
+                      "' -cmd 'pragma synchronous=normal' '.mode csv' '.import " + csv.records.string() +
+                      " netflow_records' '.import " + csv.attributes.string() + " netflow_attributes'";
+        } else {
+            auto pg = DataSourceAttributes(tpnf::test::PostgreSQLDsn());
+            command = "PGPASSWORD='" + pg["password"] + "' PGOPTIONS='-csearch_path=" + source.Schema() +
+                      "' psql -q -1 -X -h '" + pg["servername"] + "' -p '" + pg["port"] + "' -U '" +
+                      pg["username"] + "' '" + pg["database"] + "' -c \"\\copy netflow_records from '" +
+                      csv.records.string() + "' with (format csv)\" -c \"\\copy netflow_attributes from '" +
+                      csv.attributes.string() + "' with (format csv)\"";
+        }
+        double seconds = TimeCommand(command);
+        if (seconds < 0) {
+            state.SkipWithError("the bulk load failed");
+            return;
+        }
+        Report(state, seconds);
+    }
+}
+
+void Configure(benchmark::internal::Benchmark* b) {
+    b->Iterations(1)->Repetitions(3)->UseManualTime()->Unit(benchmark::kMillisecond);
+}
+
+} // namespace
+
+BENCHMARK_CAPTURE(BM_WriterWritePackets, SQLite, Backend::SQLite)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_BulkLoad, SQLite_sqlite3_import, Backend::SQLite)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_WriterWritePackets, PostgreSQL, Backend::PostgreSQL)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_BulkLoad, PostgreSQL_psql_copy, Backend::PostgreSQL)->Apply(Configure);
+
+BENCHMARK_MAIN();

@@ -80,13 +80,13 @@ int CNetFlowSetRecord::GetFieldCount() const {
 
 CNetFlowField CNetFlowSetRecord::GetField(int index) const {
     static const CArray<CNetFlowField> kNoFields;
-    const CArray<CNetFlowField>& specs = m_layout ? m_layout->m_fields : kNoFields;
-    const CNetFlowField& spec = ElementAt(specs, index);
+    const CArray<CNetFlowField>& specifiers = m_layout ? m_layout->m_fields : kNoFields;
+    const CNetFlowField& specifier = ElementAt(specifiers, index);
     size_t position = 0;
     for (int i = 0; i < index; ++i)
-        position += static_cast<size_t>(specs[static_cast<size_t>(i)].GetLength());
+        position += static_cast<size_t>(specifiers[static_cast<size_t>(i)].GetLength());
     CNetFlowField field;
-    FillField(field, spec, position);
+    FillField(field, specifier, position);
     return field;
 }
 

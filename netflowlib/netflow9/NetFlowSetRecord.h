@@ -45,12 +45,12 @@ public:
 
 private:
     // Gives field the template field's type, length and scope and its value bytes from position on.
-    void FillField(CNetFlowField& field, const CNetFlowField& spec, size_t position) const {
-        field.SetType(spec.GetType());
-        field.SetLength(spec.GetLength());
-        field.SetScope(spec.IsScope());
+    void FillField(CNetFlowField& field, const CNetFlowField& specifier, size_t position) const {
+        field.SetType(specifier.GetType());
+        field.SetLength(specifier.GetLength());
+        field.SetScope(specifier.IsScope());
         auto first = m_values.begin() + static_cast<std::ptrdiff_t>(position);
-        field.m_value.assign(first, first + spec.GetLength());
+        field.m_value.assign(first, first + specifier.GetLength());
     }
 
     std::shared_ptr<const CNetFlowSetTemplate> m_layout;
@@ -63,9 +63,9 @@ void CNetFlowSetRecord::ForEachField(Visit&& visit) const {
         return;
     CNetFlowField field;
     size_t position = 0;
-    for (const CNetFlowField& spec : m_layout->m_fields) {
-        FillField(field, spec, position);
-        position += static_cast<size_t>(spec.GetLength());
+    for (const CNetFlowField& specifier : m_layout->m_fields) {
+        FillField(field, specifier, position);
+        position += static_cast<size_t>(specifier.GetLength());
         visit(static_cast<const CNetFlowField&>(field));
     }
 }

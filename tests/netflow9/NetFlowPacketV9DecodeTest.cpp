@@ -11,12 +11,12 @@
 
 using tpnf::test::ByteBuilder;
 using tpnf::test::NetFlowV9Datagram;
-using tpnf::test::V9FieldSpec;
+using tpnf::test::V9FieldSpecifier;
 
 namespace {
 
 // Template 256: IPV4_SRC_ADDR, IPV4_DST_ADDR, L4_SRC_PORT, L4_DST_PORT, PROT: 13 bytes per record.
-const std::vector<V9FieldSpec> kFlowFields = {{8, 4}, {12, 4}, {7, 2}, {11, 2}, {4, 1}};
+const std::vector<V9FieldSpecifier> kFlowFields = {{8, 4}, {12, 4}, {7, 2}, {11, 2}, {4, 1}};
 constexpr int kFlowRecordSize = 13;
 
 ByteBuilder FlowRecord(uint8_t host, uint16_t srcPort, uint16_t dstPort, uint8_t protocol) {

@@ -7,12 +7,12 @@
 
 using tpnf::test::ByteBuilder;
 using tpnf::test::NetFlowV9Datagram;
-using tpnf::test::V9FieldSpec;
+using tpnf::test::V9FieldSpecifier;
 
 namespace {
 
 // Template 260: one field of each rendering kind, an 8-byte counter and a type the catalogue lacks.
-const std::vector<V9FieldSpec> kMixedFields = {
+const std::vector<V9FieldSpecifier> kMixedFields = {
     {8, 4},  // IPV4_SRC_ADDR
     {12, 4}, // IPV4_DST_ADDR
     {7, 2},  // L4_SRC_PORT

@@ -15,14 +15,14 @@
 namespace tpnf::test {
 
 // One field specifier: field type number and field length in bytes.
-struct V9FieldSpec {
+struct V9FieldSpecifier {
     uint16_t type;
     uint16_t length;
 };
 
 struct V9Template {
     uint16_t id;
-    std::vector<V9FieldSpec> fields;
+    std::vector<V9FieldSpecifier> fields;
 };
 
 struct V9Header {
@@ -56,14 +56,14 @@ public:
     }
 
     // A template flowset with one template.
-    NetFlowV9Datagram& Template(uint16_t id, std::vector<V9FieldSpec> fields) {
+    NetFlowV9Datagram& Template(uint16_t id, std::vector<V9FieldSpecifier> fields) {
         return Templates({V9Template{id, std::move(fields)}});
     }
 
     // An options template flowset: template id, scope length and option length in bytes, then the scope
     // and option specifiers. The lengths default to 4 bytes per specifier; a test may state others.
-    NetFlowV9Datagram& OptionsTemplate(uint16_t templateId, const std::vector<V9FieldSpec>& scope,
-                                       const std::vector<V9FieldSpec>& options, uint16_t flowSetId = 1,
+    NetFlowV9Datagram& OptionsTemplate(uint16_t templateId, const std::vector<V9FieldSpecifier>& scope,
+                                       const std::vector<V9FieldSpecifier>& options, uint16_t flowSetId = 1,
                                        int scopeLength = -1, int optionLength = -1) {
         size_t start = OpenFlowSet(flowSetId);
         b_.u16(templateId)
@@ -110,8 +110,8 @@ private:
         b_.patch16(start + 2, static_cast<uint32_t>(b_.size() - start));
         return *this;
     }
-    void Specifiers(const std::vector<V9FieldSpec>& fields) {
-        for (const V9FieldSpec& f : fields)
+    void Specifiers(const std::vector<V9FieldSpecifier>& fields) {
+        for (const V9FieldSpecifier& f : fields)
             b_.u16(f.type).u16(f.length);
     }
 

@@ -288,6 +288,7 @@ TEST(GetOpaque, NegativeLengthThrows) {
     CByteArray data = ByteBuilder().bytes({0x11, 0x22});
     CByteArray out = {9};
     EXPECT_THROW(CNetFlowUtility::GetOpaque(data, 0, -1, out), CInvalidArgException);
+    EXPECT_EQ(out, (CByteArray{9})); // the resize itself failed
 }
 
 // --- GetIntArray --------------------------------------------------------------------------------------

@@ -46,7 +46,31 @@ public:
                m_hDatabaseThread.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
     }
 
+    // The writer's queue as it said goodbye: what is still queued then was never stored.
+    struct FinalWriterState {
+        bool seen = false;
+        bool healthy = true;
+        size_t unstored = 0;
+        CString lastError;
+    };
+    const FinalWriterState& GetFinalWriterState() const { return m_final; }
+
+private:
+    FinalWriterState m_final;
+
 protected:
+    LRESULT WindowProc(UINT message, WPARAM wParam, LPARAM lParam) override {
+        // The writer waits inside its goodbye, between messages, so its lock is free and its queue final.
+        if (message == WM_NETFLOW_DB_EXITING && m_pDatabaseThread != nullptr) {
+            std::lock_guard<std::recursive_mutex> lock(m_pDatabaseThread->m_Lock);
+            m_final.seen = true;
+            m_final.healthy = m_pDatabaseThread->m_bStatusOK != FALSE;
+            m_final.unstored = m_pDatabaseThread->m_Packets.size();
+            m_final.lastError = m_pDatabaseThread->m_strLastError;
+        }
+        return CNetFlowSession::WindowProc(message, wParam, lParam);
+    }
+
     void OnDatagramHandled() override {
         if (m_onDatagram)
             m_onDatagram();

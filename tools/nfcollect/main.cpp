@@ -10,6 +10,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <csignal>
@@ -196,25 +197,34 @@ public:
         return true;
     }
 
-    // After the loop has run out of work: a writer still storing its backlog is given the time it needs.
-    void FinishWriter() {
-        if (m_session.WriterFinished()) {
-            m_owner.DeleteKept();
-            return;
-        }
-        const Clock::time_point start = Clock::now();
-        Clock::time_point nextReport = start;
-        while (!m_session.WriterFinished()) {
-            if (Clock::now() >= nextReport) {
-                std::fprintf(stderr, "nfcollect: waiting for the database writer to store %zu packets\n",
-                             m_owner.GetKeptCount());
-                nextReport += std::chrono::seconds(5);
+    // After the loop has run out of work: a writer still storing its backlog is given the time it needs,
+    // then the summary.
+    void Finish() {
+        if (m_session.HasWriter()) {
+            Clock::time_point nextReport = Clock::now() + std::chrono::seconds(1);
+            while (!m_session.WriterFinished()) {
+                if (Clock::now() >= nextReport) {
+                    std::fprintf(stderr, "nfcollect: waiting for the database writer to store %zu packets\n",
+                                 m_owner.GetKeptCount());
+                    nextReport += std::chrono::seconds(5);
+                }
+                // The writer says goodbye through this loop.
+                m_loop.restart();
+                m_loop.run_for(std::chrono::milliseconds(200));
             }
-            // The writer says goodbye through this loop.
-            m_loop.restart();
-            m_loop.run_for(std::chrono::milliseconds(200));
+            const CCollectorSession::FinalWriterState& final = m_session.GetFinalWriterState();
+            const size_t kept = m_owner.GetKeptCount();
+            const size_t unstored = final.seen ? std::min(final.unstored, kept) : kept;
+            m_nStored += kept - unstored;
+            if (unstored > 0) {
+                std::fprintf(stderr, "nfcollect: %zu packets were not stored%s%s\n", unstored,
+                             final.lastError.empty() ? "" : ": ", Trimmed(final.lastError).c_str());
+                m_nExitCode = 1;
+            }
+            m_owner.DeleteKept();
         }
-        m_owner.DeleteKept();
+        const double seconds = std::chrono::duration<double>(m_stopped - m_start).count();
+        std::fprintf(stderr, "nfcollect: stopped after %.1f s: %s\n", seconds, StatsLine().c_str());
     }
 
 private:
@@ -228,10 +238,7 @@ private:
             CCollectorSession::WriterState state = m_session.PeekWriter();
             if (state.known) {
                 if (!state.healthy) {
-                    std::string text = tpnf::ToUtf8(state.lastError);
-                    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
-                        text.pop_back();
-                    std::fprintf(stderr, "nfcollect: database error: %s\n", text.c_str());
+                    std::fprintf(stderr, "nfcollect: database error: %s\n", Trimmed(state.lastError).c_str());
                     m_nExitCode = 1;
                     Shutdown();
                     return;
@@ -280,7 +287,7 @@ private:
         return line;
     }
 
-    // Stop, final drain, summary; the loop then runs out of work.
+    // Stop and final drain; the loop then runs out of work.
     void Shutdown() {
         if (m_bStopping)
             return;
@@ -293,8 +300,15 @@ private:
         m_durationTimer.cancel();
         m_writerTimer.cancel();
         std::fflush(stdout);
-        const double seconds = std::chrono::duration<double>(Clock::now() - m_start).count();
-        std::fprintf(stderr, "nfcollect: stopped after %.1f s: %s\n", seconds, StatsLine().c_str());
+        m_stopped = Clock::now();
+    }
+
+    // Driver texts end with a line break.
+    static std::string Trimmed(const CString& text) {
+        std::string utf8 = tpnf::ToUtf8(text);
+        while (!utf8.empty() && std::isspace(static_cast<unsigned char>(utf8.back())))
+            utf8.pop_back();
+        return utf8;
     }
 
     const Options& m_options;
@@ -307,6 +321,7 @@ private:
     asio::steady_timer m_durationTimer;
     asio::steady_timer m_writerTimer;
     Clock::time_point m_start;
+    Clock::time_point m_stopped;
     bool m_bStopping = false;
     int m_nExitCode = 0;
     uint64_t m_nStored = 0; // packets the writer has stored and that were freed
@@ -330,7 +345,14 @@ int main(int argc, char** argv) {
         ->capture_default_str()
         ->check(CLI::IsMember({"text", "fields", "json", "none"}));
     app.add_option("-c,--count", options.count, "stop after this many datagrams (0: no limit)")
-        ->capture_default_str();
+        ->capture_default_str()
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos
+                           ? std::string()
+                           : "must be 0 or a positive whole number";
+            },
+            "COUNT"));
     app.add_option("-d,--duration", options.duration, "stop after this many seconds (0: no limit)")
         ->capture_default_str()
         ->check(CLI::NonNegativeNumber);
@@ -388,6 +410,6 @@ int main(int argc, char** argv) {
     if (!collector.Start())
         return 1;
     loop.run();
-    collector.FinishWriter();
+    collector.Finish();
     return collector.ExitCode();
 }

@@ -1,0 +1,380 @@
+// The nfcollect program end to end: datagrams sent over loopback UDP, output and files checked.
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "netflow/NetFlowPacketV5.h"
+#include "support/ByteBuilder.h"
+#include "support/NetFlowDatagram.h"
+#include "support/NetFlowV9Datagram.h"
+#include "support/SFlowDatagram.h"
+#include "util/TextConvert.h"
+
+extern char** environ;
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using tpnf::test::ByteBuilder;
+using tpnf::test::NetFlowV9Datagram;
+using tpnf::test::V9Header;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+const fs::path kCollector = fs::path(TPNF_BINARY_DIR) / "tools" / "nfcollect";
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// A UDP port nobody uses at this moment.
+int FreePort() {
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    socklen_t length = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+// True once someone (the collector) has bound the UDP port.
+bool PortTaken(int port) {
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    const bool taken =
+        bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 && errno == EADDRINUSE;
+    close(fd);
+    return taken;
+}
+
+// A sending socket bound to a known port, so the sender of each packet is known.
+class Sender {
+public:
+    Sender() : m_fd(socket(AF_INET, SOCK_DGRAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        socklen_t length = sizeof address;
+        getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length);
+        m_port = ntohs(address.sin_port);
+    }
+    ~Sender() { close(m_fd); }
+
+    void Send(int port, const Bytes& datagram) const {
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(static_cast<uint16_t>(port));
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ASSERT_EQ(
+            sendto(m_fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+            static_cast<ssize_t>(datagram.size()));
+        std::this_thread::sleep_for(5ms); // in order, and never faster than the collector reads
+    }
+    int Port() const { return m_port; }
+
+private:
+    int m_fd;
+    int m_port = 0;
+};
+
+struct Result {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+class CollectorTest : public testing::Test {
+protected:
+    void SetUp() override {
+        m_dir = fs::temp_directory_path() / ("tpnf_collector_" + std::to_string(getpid()) + "_" +
+                                             testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(m_dir);
+        fs::create_directories(m_dir);
+    }
+    void TearDown() override { fs::remove_all(m_dir); }
+
+    // Starts the collector with args; once it listens, sends the datagrams; waits for it to end.
+    Result Run(std::vector<std::string> args, const std::vector<Bytes>& datagrams = {},
+               bool waitForListen = true) {
+        const fs::path out = m_dir / "stdout.txt";
+        const fs::path err = m_dir / "stderr.txt";
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        args.insert(args.begin(), kCollector.string());
+        std::vector<char*> argv;
+        for (std::string& a : args)
+            argv.push_back(a.data());
+        argv.push_back(nullptr);
+        pid_t pid = 0;
+        const int spawned = posix_spawn(&pid, kCollector.c_str(), &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        Result result;
+        if (spawned != 0) {
+            ADD_FAILURE() << "cannot start " << kCollector;
+            return result;
+        }
+        const auto deadline = std::chrono::steady_clock::now() + 20s;
+        if (waitForListen) {
+            while (!PortTaken(m_port) && std::chrono::steady_clock::now() < deadline)
+                std::this_thread::sleep_for(10ms);
+            for (const Bytes& datagram : datagrams)
+                m_sender.Send(m_port, datagram);
+        }
+        int status = 0;
+        while (waitpid(pid, &status, WNOHANG) == 0) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                kill(pid, SIGKILL);
+                waitpid(pid, &status, 0);
+                ADD_FAILURE() << "the collector did not end by itself";
+                break;
+            }
+            std::this_thread::sleep_for(10ms);
+        }
+        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        result.out = ReadFile(out);
+        result.err = ReadFile(err);
+        return result;
+    }
+
+    std::string PortArg() const { return std::to_string(m_port); }
+
+    // The last line the collector wrote to stderr.
+    static std::string LastLine(const std::string& text) {
+        std::string trimmed = text;
+        while (!trimmed.empty() && trimmed.back() == '\n')
+            trimmed.pop_back();
+        return trimmed.substr(trimmed.rfind('\n') == std::string::npos ? 0 : trimmed.rfind('\n') + 1);
+    }
+
+    fs::path m_dir;
+    int m_port = FreePort();
+    Sender m_sender;
+};
+
+Bytes V5Datagram() {
+    using namespace tpnf::test;
+    ByteBuilder b;
+    V5Header{.count = 1, .sysUptime = 5000, .unixSecs = 1000000000, .flowSequence = 7}.AppendTo(b);
+    V5Record{.common = {.srcAddr = IPv4(10, 0, 0, 1),
+                        .dstAddr = IPv4(10, 0, 0, 2),
+                        .dPkts = 3,
+                        .dOctets = 180,
+                        .srcPort = 1234,
+                        .dstPort = 80},
+             .prot = 6}
+        .AppendTo(b);
+    return b.build();
+}
+
+Bytes V1Datagram() {
+    using namespace tpnf::test;
+    ByteBuilder b;
+    V1Header{.count = 1, .unixSecs = 1000000000}.AppendTo(b);
+    V1Record{.common = {.srcAddr = IPv4(10, 1, 0, 1)}, .prot = 17}.AppendTo(b);
+    return b.build();
+}
+
+Bytes V7Datagram() {
+    using namespace tpnf::test;
+    ByteBuilder b;
+    V7Header{.count = 1, .unixSecs = 1000000000}.AppendTo(b);
+    V7Record{.common = {.srcAddr = IPv4(10, 7, 0, 1)}, .prot = 6}.AppendTo(b);
+    return b.build();
+}
+
+Bytes V8Datagram() {
+    using namespace tpnf::test;
+    ByteBuilder b;
+    V8Header{.count = 1, .unixSecs = 1000000000, .aggregation = 1}.AppendTo(b);
+    V8RouterASRecord{.counters = {.flows = 1, .packets = 2, .octets = 100}, .srcAS = 64500, .dstAS = 64501}
+        .AppendTo(b);
+    return b.build();
+}
+
+// Template 400 (IPV4_SRC_ADDR, PROT, IN_BYTES) and two records for it.
+Bytes V9Datagram() {
+    return NetFlowV9Datagram(V9Header{2, 1000, 1000000000, 1, 0})
+        .Template(400, {{8, 4}, {4, 1}, {1, 4}})
+        .Data(400, ByteBuilder().ipv4(10, 9, 0, 1).u8(17).u32(1500).ipv4(10, 9, 0, 2).u8(6).u32(40).build())
+        .build();
+}
+
+Bytes SFlowDatagram() {
+    using namespace tpnf::test::sflow;
+    return Datagram(HeaderFields{}, {CounterSampleV5(1, 5, {Record(1, GenericCounters(100))})});
+}
+
+TEST_F(CollectorTest, EveryKindArrivesAsAListedPacketAndUnknownOnesAreCounted) {
+    const std::vector<Bytes> datagrams = {V1Datagram(), V5Datagram(),           V7Datagram(),
+                                          V8Datagram(), V9Datagram(),           SFlowDatagram(),
+                                          Bytes{0x05},  Bytes{0x00, 0x06, 0, 0}};
+    Result r = Run({"--port", PortArg(), "--format", "json", "--count", "8"}, datagrams);
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    std::istringstream lines(r.out);
+    std::vector<std::string> protocols;
+    for (std::string line; std::getline(lines, line);) {
+        const size_t at = line.find("\"protocol\":\"");
+        ASSERT_NE(at, std::string::npos) << line;
+        protocols.push_back(line.substr(at + 12, line.find('"', at + 12) - at - 12));
+        EXPECT_NE(line.find("\"sender\":\"127.0.0.1:" + std::to_string(m_sender.Port()) + "\""),
+                  std::string::npos)
+            << line;
+    }
+    EXPECT_EQ(protocols, (std::vector<std::string>{"NetFlow v1", "NetFlow v5", "NetFlow v7", "NetFlow v8",
+                                                   "NetFlow v9", "sFlow v5"}));
+    const std::string last = LastLine(r.err);
+    EXPECT_NE(last.find(": 8 datagrams, 6 packets (NetFlow v1 1, NetFlow v5 1, NetFlow v7 1, NetFlow v8 1, "
+                        "NetFlow v9 1, sFlow v5 1), 0 decode errors, 2 dropped"),
+              std::string::npos)
+        << last;
+}
+
+TEST_F(CollectorTest, TextOutputIsThePacketsOwnRenderingWithNewlineLineEnds) {
+    const Bytes datagram = V5Datagram();
+    Result r = Run({"--port", PortArg(), "--count", "1", "--quiet"}, {datagram});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    CNetFlowPacketV5 packet;
+    ASSERT_EQ(packet.Decode(CByteArray(datagram.begin(), datagram.end())), 1);
+    packet.SetSenderInfo(L"127.0.0.1", static_cast<UINT>(m_sender.Port()));
+    std::string expected = tpnf::ToUtf8(packet.ToString());
+    for (size_t at; (at = expected.find("\r\n")) != std::string::npos;)
+        expected.erase(at, 1);
+    EXPECT_EQ(r.out, expected + "\n\n");
+    // Quiet: only the closing summary.
+    EXPECT_EQ(r.err.find("listening"), std::string::npos);
+}
+
+TEST_F(CollectorTest, FieldsOutputListsEveryRecordByName) {
+    Result r = Run({"--port", PortArg(), "--count", "1", "--format", "fields"}, {V9Datagram()});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    const std::string sender = "127.0.0.1:" + std::to_string(m_sender.Port());
+    EXPECT_EQ(r.out, "# NetFlow v9 " + sender +
+                         " record 0\nIPV4_SRC_ADDR=10.9.0.1\nPROT=UDP\nIN_BYTES=1500\n\n"
+                         "# NetFlow v9 " +
+                         sender + " record 1\nIPV4_SRC_ADDR=10.9.0.2\nPROT=TCP\nIN_BYTES=40\n\n");
+}
+
+TEST_F(CollectorTest, TraceDirectoryReceivesEachDatagramAsANumberedFile) {
+    const fs::path traces = m_dir / "traces";
+    const std::vector<Bytes> datagrams = {V5Datagram(), V9Datagram(), Bytes{0x00, 0x06}};
+    Result r = Run({"--port", PortArg(), "--count", "3", "--trace-dir", traces.string()}, datagrams);
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, "");
+    for (int n = 1; n <= 3; ++n) {
+        const fs::path file = traces / ("nf_trace_" + std::to_string(n) + ".nfdmp");
+        ASSERT_TRUE(fs::exists(file)) << file;
+        const std::string bytes = ReadFile(file);
+        EXPECT_EQ(Bytes(bytes.begin(), bytes.end()), datagrams[static_cast<size_t>(n - 1)]) << file;
+    }
+    EXPECT_NE(LastLine(r.err).find("3 traced, 0 trace failures"), std::string::npos) << r.err;
+}
+
+// The rows are read back with the sqlite3 shell.
+std::string Query(const fs::path& db, const std::string& sql) {
+    const std::string command = "sqlite3 -separator '|' '" + db.string() + "' \"" + sql + "\"";
+    std::string output;
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+        char buffer[512];
+        while (fgets(buffer, sizeof buffer, pipe))
+            output += buffer;
+        pclose(pipe);
+    }
+    return output;
+}
+
+TEST_F(CollectorTest, DatabaseFileReceivesTheV9Records) {
+    const fs::path db = m_dir / "flows.sqlite";
+    Result r = Run({"--port", PortArg(), "--count", "3", "--format", "none", "--db", db.string()},
+                   {V9Datagram(), V5Datagram(), V9Datagram()});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    const std::string port = std::to_string(m_sender.Port());
+    EXPECT_EQ(Query(db, "select * from netflow_records order by record_id"),
+              "0|127.0.0.1|" + port + "|1000000000|9\n1|127.0.0.1|" + port + "|1000000000|9\n2|127.0.0.1|" +
+                  port + "|1000000000|9\n3|127.0.0.1|" + port + "|1000000000|9\n");
+    EXPECT_EQ(Query(db, "select * from netflow_attributes where record_id = 1 order by attr_id"),
+              "1|1|40\n1|4|6\n1|8|10.9.0.2\n");
+    EXPECT_EQ(Query(db, "select count(*) from netflow_attributes"), "12\n");
+    EXPECT_EQ(Query(db, "select * from netflow_record_id"), "4\n");
+    EXPECT_NE(LastLine(r.err).find("3 stored, 0 waiting for the database"), std::string::npos) << r.err;
+}
+
+TEST_F(CollectorTest, UnusableDatabaseFileEndsWithOneAndSaysWhy) {
+    Result r = Run({"--port", PortArg(), "--db", (m_dir / "missing" / "flows.sqlite").string()}, {}, false);
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "nfcollect: cannot use " + (m_dir / "missing" / "flows.sqlite").string() +
+                         " as database: directory " + (m_dir / "missing").string() + " does not exist\n");
+}
+
+TEST_F(CollectorTest, UnknownDataSourceEndsWithOneAndTheDriverManagersText) {
+    Result r = Run({"--port", PortArg(), "--dsn", "tpnf_no_such_source"}, {}, false);
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("nfcollect: database error: "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("Data source name not found"), std::string::npos) << r.err;
+}
+
+TEST_F(CollectorTest, UsageErrorsEndWithTwo) {
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"--port", "70000"},
+                                                 {"--format", "xml"},
+                                                 {"--db", "a", "--dsn", "b"},
+                                                 {"--count", "-1"},
+                                                 {"--no-such-option"}}) {
+        Result r = Run(args, {}, false);
+        EXPECT_EQ(r.exitCode, 2) << args[0];
+        EXPECT_NE(r.err.find("(see --help)"), std::string::npos) << r.err;
+    }
+}
+
+TEST_F(CollectorTest, PortInUseEndsWithOne) {
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(m_port));
+    ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    Result r = Run({"--port", PortArg()}, {}, false);
+    close(fd);
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "nfcollect: cannot listen on UDP port " + PortArg() + ": Address already in use\n");
+}
+
+TEST_F(CollectorTest, SigtermStopsWithASummary) {
+    // --duration as a safety net; the signal comes first.
+    std::thread killer([this] {
+        std::this_thread::sleep_for(500ms);
+        std::system(("pkill -TERM -f 'nfcollect --port " + PortArg() + " '").c_str());
+    });
+    Result r = Run({"--port", PortArg(), "--duration", "15"}, {V5Datagram()});
+    killer.join();
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_NE(LastLine(r.err).find("nfcollect: stopped after"), std::string::npos) << r.err;
+    EXPECT_NE(LastLine(r.err).find("1 datagrams, 1 packets"), std::string::npos) << r.err;
+}
+
+} // namespace

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "netflow/NetFlowPacketV5.h"
+#include "netflow9/NetFlowPacketV9.h"
 #include "support/ByteBuilder.h"
 #include "support/NetFlowDatagram.h"
 #include "support/NetFlowV9Datagram.h"
@@ -170,6 +171,30 @@ protected:
     }
 
     std::string PortArg() const { return std::to_string(m_port); }
+
+    // One file per datagram under the test directory.
+    std::vector<std::string> WriteDatagramFiles(const std::vector<Bytes>& datagrams) {
+        const fs::path dir = m_dir / "datagrams";
+        fs::create_directories(dir);
+        std::vector<std::string> files;
+        for (size_t i = 0; i < datagrams.size(); ++i) {
+            files.push_back((dir / ("d" + std::to_string(i) + ".bin")).string());
+            std::ofstream(files.back(), std::ios::binary)
+                .write(reinterpret_cast<const char*>(datagrams[i].data()),
+                       static_cast<std::streamsize>(datagrams[i].size()));
+        }
+        return files;
+    }
+
+    // Sends the files or trace directories with nfreplay.
+    std::function<void()> Replay(const std::vector<std::string>& inputs) {
+        return [this, inputs] {
+            std::string command = kReplay.string() + " --quiet --port " + PortArg();
+            for (const std::string& input : inputs)
+                command += " '" + input + "'";
+            ASSERT_EQ(std::system((command + " > /dev/null").c_str()), 0) << command;
+        };
+    }
 
     // The last line the collector wrote to stderr.
     static std::string LastLine(const std::string& text) {
@@ -331,6 +356,33 @@ TEST_F(CollectorTest, DatabaseFileReceivesTheV9Records) {
     EXPECT_NE(LastLine(r.err).find("3 stored, 0 waiting for the database"), std::string::npos) << r.err;
 }
 
+// Rows hold what GetRecordFields lists for the same datagram, except that protocol numbers stay numbers.
+TEST_F(CollectorTest, ReplayedV9RecordsLandAsRowsWithTheListedValues) {
+    const fs::path db = m_dir / "flows.sqlite";
+    const Bytes datagram = V9Datagram();
+    Result r = Run({"--port", PortArg(), "--count", "1", "--format", "none", "--db", db.string()}, {}, true,
+                   Replay(WriteDatagramFiles({datagram})));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    CNetFlowPacketV9 packet;
+    ASSERT_EQ(packet.Decode(CByteArray(datagram.begin(), datagram.end())), 1);
+    std::string expected;
+    for (int record = 0; record < packet.GetSize(); ++record) {
+        CUIntArray ids;
+        CStringArray values;
+        packet.GetRecordFields(record, ids, values);
+        for (size_t f = 0; f < ids.size(); ++f) {
+            std::string value = tpnf::ToUtf8(values[f]);
+            if (ids[f] == 4) // PROT: the name in the list, the number in the row
+                value = value == "UDP" ? "17" : value == "TCP" ? "6" : "?";
+            expected += std::to_string(record) + "|" + std::to_string(ids[f]) + "|" + value + "\n";
+        }
+    }
+    EXPECT_EQ(expected, "0|8|10.9.0.1\n0|4|17\n0|1|1500\n1|8|10.9.0.2\n1|4|6\n1|1|40\n");
+    EXPECT_EQ(Query(db, "select * from netflow_attributes order by rowid"), expected);
+    EXPECT_EQ(Query(db, "select record_id, record_ip_addr, record_time, record_version from netflow_records"),
+              "0|127.0.0.1|1000000000|9\n1|127.0.0.1|1000000000|9\n");
+}
+
 TEST_F(CollectorTest, UnusableDatabaseFileEndsWithOneAndSaysWhy) {
     Result r = Run({"--port", PortArg(), "--db", (m_dir / "missing" / "flows.sqlite").string()}, {}, false);
     EXPECT_EQ(r.exitCode, 1);
@@ -385,37 +437,20 @@ TEST_F(CollectorTest, SigtermStopsWithASummary) {
 // What nfcollect --trace captured from nfreplay, replayed by nfreplay into another nfcollect, prints the
 // same packets as the original datagrams do.
 TEST_F(CollectorTest, TraceFilesReplayedPrintTheSamePackets) {
-    const fs::path originals = m_dir / "originals";
-    fs::create_directories(originals);
-    const std::vector<Bytes> datagrams = {V5Datagram(), V9Datagram(), SFlowDatagram()};
-    std::vector<std::string> files;
-    for (size_t i = 0; i < datagrams.size(); ++i) {
-        files.push_back((originals / ("d" + std::to_string(i) + ".bin")).string());
-        std::ofstream(files.back(), std::ios::binary)
-            .write(reinterpret_cast<const char*>(datagrams[i].data()),
-                   static_cast<std::streamsize>(datagrams[i].size()));
-    }
-    auto replay = [this](const std::vector<std::string>& inputs) {
-        return [this, inputs] {
-            std::string command = kReplay.string() + " --quiet --port " + PortArg();
-            for (const std::string& input : inputs)
-                command += " '" + input + "'";
-            ASSERT_EQ(std::system((command + " > /dev/null").c_str()), 0) << command;
-        };
-    };
+    const std::vector<std::string> files = WriteDatagramFiles({V5Datagram(), V9Datagram(), SFlowDatagram()});
     // The sender's port differs from run to run.
     auto withoutPort = [](const std::string& text) {
         return std::regex_replace(text, std::regex("127\\.0\\.0\\.1:[0-9]+"), "127.0.0.1:PORT");
     };
     const std::vector<std::string> listFields = {"--port", PortArg(), "--count", "3", "--format", "fields"};
 
-    Result direct = Run(listFields, {}, true, replay(files));
+    Result direct = Run(listFields, {}, true, Replay(files));
     ASSERT_EQ(direct.exitCode, 0) << direct.err;
     const fs::path traces = m_dir / "traces";
     Result captured =
-        Run({"--port", PortArg(), "--count", "3", "--trace-dir", traces.string()}, {}, true, replay(files));
+        Run({"--port", PortArg(), "--count", "3", "--trace-dir", traces.string()}, {}, true, Replay(files));
     ASSERT_EQ(captured.exitCode, 0) << captured.err;
-    Result replayed = Run(listFields, {}, true, replay({traces.string()}));
+    Result replayed = Run(listFields, {}, true, Replay({traces.string()}));
     ASSERT_EQ(replayed.exitCode, 0) << replayed.err;
 
     EXPECT_EQ(std::count(direct.out.begin(), direct.out.end(), '#'),

@@ -357,7 +357,7 @@ TEST_F(CollectorTest, DatabaseFileReceivesTheV9Records) {
 }
 
 // Rows hold what GetRecordFields lists for the same datagram, except that protocol numbers stay numbers.
-TEST_F(CollectorTest, ReplayedV9RecordsLandAsRowsWithTheListedValues) {
+TEST_F(CollectorTest, DatabaseRowsOfReplayedV9RecordsHoldTheListedValues) {
     const fs::path db = m_dir / "flows.sqlite";
     const Bytes datagram = V9Datagram();
     Result r = Run({"--port", PortArg(), "--count", "1", "--format", "none", "--db", db.string()}, {}, true,

@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/CommandLine.h"
+
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -346,13 +348,7 @@ int main(int argc, char** argv) {
         ->check(CLI::IsMember({"text", "fields", "json", "none"}));
     app.add_option("-c,--count", options.count, "stop after this many datagrams (0: no limit)")
         ->capture_default_str()
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-                return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos
-                           ? std::string()
-                           : "must be 0 or a positive whole number";
-            },
-            "COUNT"));
+        ->check(tpnf::tools::CountValidator());
     app.add_option("-d,--duration", options.duration, "stop after this many seconds (0: no limit)")
         ->capture_default_str()
         ->check(CLI::NonNegativeNumber);
@@ -371,15 +367,9 @@ int main(int argc, char** argv) {
                    "the SQLite ODBC driver; no ODBC set-up needed")
         ->excludes(dsn);
     app.add_flag("-q,--quiet", options.quiet, "no start line and no once-a-second statistics on stderr");
-    app.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return std::string("nfcollect: ") + error.what() + " (see --help)\n";
-    });
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        const int code = app.exit(error);
-        return code == 0 ? 0 : 2; // --help is no error; every usage error exits with 2
-    }
+    tpnf::tools::UseToolErrors(app, "nfcollect");
+    if (int exitCode = 0; !tpnf::tools::Parse(app, argc, argv, exitCode))
+        return exitCode;
 
     CSQLiteSource sqlite;
     if (!options.db.empty()) {

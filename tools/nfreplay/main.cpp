@@ -9,6 +9,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/CommandLine.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -88,26 +90,14 @@ int main(int argc, char** argv) {
         ->check(CLI::NonNegativeNumber);
     app.add_option("-c,--count", count, "datagrams to send, cycling through the files (0: each file once)")
         ->capture_default_str()
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-                return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos
-                           ? std::string()
-                           : "must be 0 or a positive whole number";
-            },
-            "COUNT"));
+        ->check(tpnf::tools::CountValidator());
     app.add_option("--batch", batch, "datagrams per sendmmsg call")
         ->capture_default_str()
         ->check(CLI::Range(1, 1024));
     app.add_flag("-q,--quiet", quiet, "no progress lines on stderr");
-    app.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return std::string("nfreplay: ") + error.what() + " (see --help)\n";
-    });
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        const int code = app.exit(error);
-        return code == 0 ? 0 : 2;
-    }
+    tpnf::tools::UseToolErrors(app, "nfreplay");
+    if (int exitCode = 0; !tpnf::tools::Parse(app, argc, argv, exitCode))
+        return exitCode;
 
     std::vector<std::vector<uint8_t>> payloads;
     try {

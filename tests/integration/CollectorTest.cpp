@@ -458,4 +458,25 @@ TEST_F(CollectorTest, TraceFilesReplayedPrintTheSamePackets) {
     EXPECT_EQ(withoutPort(replayed.out), withoutPort(direct.out));
 }
 
+TEST_F(CollectorTest, NfreplaySamplesArriveWhole) {
+    auto sendSamples = [this] {
+        const std::string command = kReplay.string() + " --quiet --port " + PortArg() +
+                                    " --sample v5 --sample v9 --sample sflow > /dev/null";
+        ASSERT_EQ(std::system(command.c_str()), 0) << command;
+    };
+    Result r = Run({"--port", PortArg(), "--count", "3", "--format", "json"}, {}, true, sendSamples);
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    std::istringstream lines(r.out);
+    std::vector<std::string> kinds;
+    for (std::string line; std::getline(lines, line);) {
+        const size_t protocol = line.find("\"protocol\":\"");
+        const size_t size = line.find("\"size\":");
+        ASSERT_NE(protocol, std::string::npos) << line;
+        ASSERT_NE(size, std::string::npos) << line;
+        kinds.push_back(line.substr(protocol + 12, line.find('"', protocol + 12) - protocol - 12) + " " +
+                        line.substr(size + 7, line.find(',', size) - size - 7));
+    }
+    EXPECT_EQ(kinds, (std::vector<std::string>{"NetFlow v5 30", "NetFlow v9 20", "sFlow v5 8"}));
+}
+
 } // namespace

@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Samples.h"
 #include "common/CommandLine.h"
 
 #include <algorithm>
@@ -70,7 +71,8 @@ bool Resolve(const std::string& host, int port, sockaddr_in& to) {
 int main(int argc, char** argv) {
     CLI::App app{"nfreplay: send datagram files to a UDP port at a fixed rate. Each file holds one datagram\n"
                  "(the UDP payload), as nfcollect --trace writes them; a directory stands for its\n"
-                 "nf_trace_<n>.nfdmp files in number order. Files are sent in the order given, round-robin."};
+                 "nf_trace_<n>.nfdmp files in number order. Files and built-in samples are sent in the\n"
+                 "order given (files first), round-robin."};
     std::vector<std::string> inputs;
     std::string host = "127.0.0.1";
     int port = 2055;
@@ -78,9 +80,17 @@ int main(int argc, char** argv) {
     uint64_t count = 0;
     int batch = 32;
     bool quiet = false;
+    std::vector<std::string> samples;
+    std::string sampleDir;
     app.add_option("inputs", inputs, "datagram files or directories of trace files")
-        ->required()
         ->check(CLI::ExistingPath);
+    app.add_option("-s,--sample", samples,
+                   "built-in datagram: v5 (30 records), v9 (16-field template + 20 records),\n"
+                   "sflow (sFlow v5, 8 flow samples); may be repeated")
+        ->check(CLI::IsMember(tpnf::tools::SampleNames()));
+    app.add_option("--write-samples", sampleDir,
+                   "write the built-in samples to v5_30.bin, v9_t16x20.bin, sflow5_8.bin in this\n"
+                   "directory and send nothing");
     app.add_option("--host", host, "destination host name or IPv4 address")->capture_default_str();
     app.add_option("-p,--port", port, "destination UDP port")
         ->capture_default_str()
@@ -98,6 +108,28 @@ int main(int argc, char** argv) {
     tpnf::tools::UseToolErrors(app, "nfreplay");
     if (int exitCode = 0; !tpnf::tools::Parse(app, argc, argv, exitCode))
         return exitCode;
+
+    if (!sampleDir.empty()) {
+        std::error_code ec;
+        fs::create_directories(sampleDir, ec);
+        for (const std::string& name : tpnf::tools::SampleNames()) {
+            const std::vector<uint8_t> sample = tpnf::tools::MakeSample(name);
+            const fs::path path = fs::path(sampleDir) / tpnf::tools::SampleFileName(name);
+            std::ofstream out(path, std::ios::binary);
+            out.write(reinterpret_cast<const char*>(sample.data()),
+                      static_cast<std::streamsize>(sample.size()));
+            if (!out.flush()) {
+                std::fprintf(stderr, "nfreplay: cannot write %s\n", path.c_str());
+                return 1;
+            }
+            std::printf("%s: %zu bytes\n", path.c_str(), sample.size());
+        }
+        return 0;
+    }
+    if (inputs.empty() && samples.empty()) {
+        std::fprintf(stderr, "nfreplay: nothing to send: give files, directories or --sample (see --help)\n");
+        return 2;
+    }
 
     std::vector<std::vector<uint8_t>> payloads;
     try {
@@ -118,6 +150,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "nfreplay: %s\n", error.what());
         return 1;
     }
+    for (const std::string& name : samples)
+        payloads.push_back(tpnf::tools::MakeSample(name));
     for (const auto& payload : payloads)
         if (payload.size() > 65507) {
             std::fprintf(stderr, "nfreplay: a file of %zu bytes does not fit one UDP datagram\n",

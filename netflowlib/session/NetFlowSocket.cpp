@@ -68,10 +68,13 @@ BOOL CNetFlowSocket::Create(asio::io_context& loop, UINT nPort, std::error_code&
     if (socket->bind(asio::ip::udp::endpoint(asio::ip::address_v4::any(), static_cast<uint16_t>(nPort)),
                      error))
         return FALSE;
+    // Draining reads until would_block, without waiting.
+    if (socket->non_blocking(true, error))
+        return FALSE;
     m_socket = std::move(socket);
     m_receiver = std::make_shared<Receiver>();
     m_receiver->pSocket = this;
-    m_receiver->datagram.reserve(m_receiver->buffer.size());
+    m_receiver->datagram.reserve(m_receiver->overflow.size());
     StartReceive();
     return TRUE;
 }
@@ -119,36 +122,64 @@ UINT CNetFlowSocket::GetLocalPort() const {
     return error ? 0 : local.port();
 }
 
+std::array<asio::mutable_buffer, 2> CNetFlowSocket::Receiver::Buffers() {
+    return {asio::buffer(datagram.data(), datagram.size()),
+            asio::buffer(overflow.data(), overflow.size() - datagram.size())};
+}
+
+void CNetFlowSocket::Receiver::Complete(size_t bytes) {
+    const size_t head = datagram.size();
+    if (bytes <= head)
+        datagram.resize(bytes);
+    else // within the reserved capacity: no allocation
+        datagram.insert(datagram.end(), overflow.data(), overflow.data() + (bytes - head));
+}
+
 void CNetFlowSocket::StartReceive() {
     std::shared_ptr<Receiver> receiver = m_receiver;
     m_socket->async_receive_from(
-        asio::buffer(receiver->buffer), receiver->sender,
+        receiver->Buffers(), receiver->sender,
         [receiver](const std::error_code& error, size_t bytes) { HandleReceive(receiver, error, bytes); });
 }
 
 // The loop boundary: whatever leaves the handling of one datagram is dropped with it, and receiving
-// goes on with the next.
+// goes on with the next. The datagrams already queued are read without waiting, up to kDrainLimit.
 void CNetFlowSocket::HandleReceive(const std::shared_ptr<Receiver>& receiver, const std::error_code& error,
                                    size_t bytes) {
-    CNetFlowSocket* pSocket = receiver->pSocket;
-    if (pSocket == nullptr || error == asio::error::operation_aborted)
+    if (receiver->pSocket == nullptr || error == asio::error::operation_aborted)
         return;
     if (!error) {
-        CNetFlowSession* pSession = pSocket->m_pSession;
-        ++pSession->m_statistics.datagrams;
-        receiver->datagram.assign(receiver->buffer.data(), receiver->buffer.data() + bytes);
-        const asio::ip::address address = receiver->sender.address();
-        CString senderAddress = tpnf::FromUtf8(address.to_string());
-        try {
-            pSocket->OnReceive(receiver->datagram, senderAddress, receiver->sender.port());
-        } catch (const std::exception&) {
-            ++pSession->m_statistics.malformed;
+        Dispatch(*receiver, bytes);
+        // The host may stop the session while a datagram is handled: then the socket is gone.
+        for (int n = 1; n < kDrainLimit && receiver->pSocket != nullptr; ++n) {
+            std::error_code readError;
+            const size_t got = receiver->pSocket->m_socket->receive_from(receiver->Buffers(),
+                                                                         receiver->sender, 0, readError);
+            if (readError) // would_block: the queue is empty; anything else is met by the next receive
+                break;
+            Dispatch(*receiver, got);
         }
-        pSession->OnDatagramHandled();
     }
-    // The host may have stopped the session while this datagram was handled.
     if (receiver->pSocket != nullptr)
         receiver->pSocket->StartReceive();
+}
+
+void CNetFlowSocket::Dispatch(Receiver& receiver, size_t bytes) {
+    CNetFlowSession* pSession = receiver.pSocket->m_pSession;
+    ++pSession->m_statistics.datagrams;
+    receiver.Complete(bytes);
+    // The sender's text is made once per change of sender address.
+    const asio::ip::address address = receiver.sender.address();
+    if (receiver.senderAddress.empty() || address != receiver.lastAddress) {
+        receiver.senderAddress = tpnf::FromUtf8(address.to_string());
+        receiver.lastAddress = address;
+    }
+    try {
+        receiver.pSocket->OnReceive(receiver.datagram, receiver.senderAddress, receiver.sender.port());
+    } catch (const std::exception&) {
+        ++pSession->m_statistics.malformed;
+    }
+    pSession->OnDatagramHandled();
 }
 
 void CNetFlowSocket::OnReceive(const CByteArray& datagram, const CString& senderAddress, UINT senderPort) {

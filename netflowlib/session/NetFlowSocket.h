@@ -11,8 +11,9 @@
 
 class CNetFlowSession;
 
-// The UDP socket of a session. One datagram per readiness: it is written raw to the next trace file in
-// trace mode, otherwise its version picks the packet kind, which decodes it and goes to the session.
+// The UDP socket of a session. Every datagram is handled alone, in arrival order, on the loop's thread:
+// it is written raw to the next trace file in trace mode, otherwise its version picks the packet kind,
+// which decodes it and goes to the session. Each readiness drains up to kDrainLimit datagrams.
 class CNetFlowSocket {
 public:
     explicit CNetFlowSocket(CNetFlowSession* pSession);
@@ -34,6 +35,9 @@ public:
     // CInvalidArgException from a truncated datagram leaves it; the receive loop drops that datagram.
     void OnReceive(const CByteArray& datagram, const CString& senderAddress, UINT senderPort);
 
+    // Datagrams handled per readiness at most, so that timers and messages of the loop are not starved.
+    static constexpr int kDrainLimit = 64;
+
     // The process-wide trace-file number, last one used; 0 before the first file.
     static int GetTraceFileCounter() { return s_nTraceFileCounter; }
     static void SetTraceFileCounter(int value) { s_nTraceFileCounter = value; }
@@ -44,16 +48,25 @@ protected:
 private:
     // Receive state shared with the pending receive, so that a socket deleted from inside its own
     // handler (the host may call Stop there) or while a receive is queued is never touched again.
+    // A datagram is read straight into `datagram` up to its current size, the rest into `overflow`;
+    // only the part beyond the previous datagram's size is ever copied.
     struct Receiver {
         CNetFlowSocket* pSocket;
-        std::array<uint8_t, 65535> buffer;
-        asio::ip::udp::endpoint sender;
         CByteArray datagram;
+        std::array<uint8_t, 65535> overflow;
+        asio::ip::udp::endpoint sender;
+        asio::ip::address lastAddress; // the sender address whose text is in senderAddress
+        CString senderAddress;
+
+        std::array<asio::mutable_buffer, 2> Buffers();
+        void Complete(size_t bytes);
     };
 
     void StartReceive();
     static void HandleReceive(const std::shared_ptr<Receiver>& receiver, const std::error_code& error,
                               size_t bytes);
+    // One received datagram through OnReceive, with the statistics and the session's notification.
+    static void Dispatch(Receiver& receiver, size_t bytes);
     void WriteTraceFile(const CByteArray& datagram);
 
     std::unique_ptr<asio::ip::udp::socket> m_socket;

@@ -595,3 +595,40 @@ TEST_F(FaultTest, PortInUseFailsTheSecondSessionWhileTheFirstKeepsReceiving) {
     EXPECT_TRUE(second.Init(&secondOwner, otherPort, L""));
     second.Stop();
 }
+
+TEST_F(FaultTest, LargestV9TemplatesCostTheirFieldsOnceAndReannouncingThemDoesNotGrowMemory) {
+    // The template store keeps every id for the life of the process; what a hostile exporter can make
+    // it hold is 65536 ids times the largest template a datagram carries. Measured here on 32 ids.
+    owner.session = nullptr;
+    Start();
+    const uint32_t fields = (65507 - 20 - 4 - 4) / 4; // the most specifiers one UDP datagram holds
+    auto announce = [&](uint32_t firstId, uint32_t ids) {
+        CNetFlowSocket socket(&session);
+        for (uint32_t id = firstId; id < firstId + ids; ++id) {
+            ByteBuilder b = V9Header(1);
+            b.u16(0).u16(4 + 4 + fields * 4).u16(id).u16(fields);
+            for (uint32_t i = 0; i < fields; ++i)
+                b.u16(1 + i % 80).u16(4);
+            socket.OnReceive(b.build(), L"127.0.0.1", 2055);
+        }
+        CArray<CTPAbstractPacket*, CTPAbstractPacket*> packets;
+        session.GetPackets(packets);
+        EXPECT_EQ(packets.size(), ids);
+        DeletePackets(packets);
+    };
+    const uint32_t ids = 32;
+    announce(63000, 1); // first use of the store and the catalogues
+    const long before = StatusKb("VmRSS");
+    announce(63001, ids);
+    const long first = StatusKb("VmRSS");
+    announce(63001, ids);
+    const long again = StatusKb("VmRSS");
+    const double bytesPerField = (first - before) * 1024.0 / (static_cast<double>(ids) * fields);
+    std::printf("v9 template store: %u templates of %u fields took %ld kB (%.0f bytes per field, so at most "
+                "about %.1f GB for all 65536 ids); announcing them once more: %+ld kB%s\n",
+                ids, fields, first - before, bytesPerField, bytesPerField * fields * 65536 / 1e9,
+                again - first, kSanitized ? " [sanitized build]" : "");
+    EXPECT_LT(bytesPerField, kSanitized ? 512.0 : 128.0);
+    // Replacing a template frees the one it replaces.
+    EXPECT_LT(again - first, kSanitized ? 512 * 1024 : 8 * 1024);
+}

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes the datagram payloads used by the loopback throughput runs, built from their wire layouts:
 v5 with 30 records, v9 with a 16-field template and 20 data records in one datagram, and sFlow v5 with
-8 flow samples (128-byte sampled header + extended switch)."""
+8 flow samples (128-byte sampled Ethernet/IPv4/TCP header + extended switch)."""
 import os
 import struct
 import sys
@@ -46,11 +46,22 @@ def v9(records=20, template_id=256):
     return head + tmpl_set + data_set
 
 
+def ethernet_ipv4_tcp(s, length=128):
+    """The first `length` bytes of an Ethernet frame carrying IPv4/TCP, so that collectors decode it."""
+    eth = bytes.fromhex("020000000002" "020000000001") + struct.pack(">H", 0x0800)
+    total = 1500
+    ipv4 = struct.pack(">BBHHHBBHII", 0x45, 0, total, s, 0x4000, 64, 6, 0, ip(10, 3, 0, s + 1),
+                       ip(10, 4, 0, 1))
+    tcp = struct.pack(">HHIIBBHHH", 50000 + s, 443, 1, 0, 0x50, 0x18, 65535, 0, 0)
+    frame = eth + ipv4 + tcp
+    return frame + bytes((i * 7 + s) & 0xFF for i in range(length - len(frame)))
+
+
 def sflow(samples=8):
     head = struct.pack(">IIIIIII", 5, 1, ip(127, 0, 0, 1), 0, 99, 3600000, samples)
     body = b""
     for s in range(samples):
-        frame = bytes((i * 7 + s) & 0xFF for i in range(128))
+        frame = ethernet_ipv4_tcp(s)
         hdr_rec = struct.pack(">IIII", 1, 1518, 4, 128) + frame
         rec1 = struct.pack(">II", 1, len(hdr_rec)) + hdr_rec
         rec2 = struct.pack(">IIIIII", 1001, 16, 10, 0, 20, 0)

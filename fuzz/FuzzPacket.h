@@ -79,13 +79,12 @@ void ExerciseCopies(const Packet& packet, const CString& text) {
     assigned = packet;
     Check(copy.GetSize() == packet.GetSize() && assigned.GetSize() == packet.GetSize(),
           "copy holds a different number of records");
-    if (text.empty())
+    // A long text (a v8 count of up to 65535 headings from a 28-byte datagram) is not rendered again: its
+    // rendering dominated the run and the copies' records are compared by count above.
+    if (text.empty() || text.size() >= 65536)
         return;
     Check(copy.ToString() == text, "copy renders differently");
-    // A long text (a v8 count of 65535 headings) is rendered once more only for the copy, to keep the rate
-    // up.
-    if (text.size() < 65536)
-        Check(assigned.ToString() == text, "assigned copy renders differently");
+    Check(assigned.ToString() == text, "assigned copy renders differently");
 }
 
 // Decodes one input into a fresh packet of the given kind. The invalid-argument exception a decoder

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "nfreplay/Samples.h"
 #include "support/ByteBuilder.h"
 #include "support/NetFlowDatagram.h"
 #include "support/NetFlowV9Datagram.h"
@@ -270,6 +271,9 @@ int main(int argc, char** argv) {
     NetFlowFixed(seeds);
     NetFlowV9(seeds);
     SFlow(seeds);
+    // nfreplay's built-in samples: the throughput runs' datagrams.
+    for (const std::string& name : tpnf::tools::SampleNames())
+        seeds.push_back({"sample_" + name, tpnf::tools::MakeSample(name)});
     for (const Seed& seed : seeds) {
         std::ofstream out(dir / (seed.name + ".bin"), std::ios::binary);
         out.write(reinterpret_cast<const char*>(seed.bytes.data()),

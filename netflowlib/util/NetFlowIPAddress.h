@@ -16,5 +16,5 @@ public:
     CString ToString() const;
     static CString FormatIPv4(uint32_t address);
 
-    CUIntArray m_address;
+    CInlineUIntArray<16> m_address; // an IPv6 address fits inline
 };

@@ -2,8 +2,13 @@
 // Framework stand-ins: the classes were written against a Windows framework; these aliases keep
 // their spelling while using standard C++ underneath.
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <initializer_list>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -13,6 +18,92 @@ using CUIntArray = std::vector<uint32_t>;
 using CStringArray = std::vector<std::wstring>;
 template <class T, class ARG = const T&>
 using CArray = std::vector<T>;
+
+// A CUIntArray that keeps up to N elements inline, so a value that usually fits (an address) is
+// held without a heap allocation; a longer sequence moves to the heap and behaves the same.
+template <size_t N>
+class CInlineUIntArray {
+public:
+    CInlineUIntArray() = default;
+    CInlineUIntArray(const CInlineUIntArray&) = default;
+    CInlineUIntArray& operator=(const CInlineUIntArray&) = default;
+    // A moved-from array is empty, as a moved-from vector is.
+    CInlineUIntArray(CInlineUIntArray&& other) noexcept
+        : m_inline(other.m_inline), m_size(other.m_size), m_heap(std::move(other.m_heap)) {
+        other.m_size = 0;
+        other.m_heap.clear();
+    }
+    CInlineUIntArray& operator=(CInlineUIntArray&& other) noexcept {
+        if (this != &other) {
+            m_inline = other.m_inline;
+            m_size = other.m_size;
+            m_heap = std::move(other.m_heap);
+            other.m_size = 0;
+            other.m_heap.clear();
+        }
+        return *this;
+    }
+    CInlineUIntArray(std::initializer_list<uint32_t> values) { assign(values.begin(), values.end()); }
+    CInlineUIntArray& operator=(std::initializer_list<uint32_t> values) {
+        assign(values.begin(), values.end());
+        return *this;
+    }
+
+    size_t size() const { return m_size; }
+    bool empty() const { return m_size == 0; }
+    uint32_t* data() { return m_size <= N ? m_inline.data() : m_heap.data(); }
+    const uint32_t* data() const { return m_size <= N ? m_inline.data() : m_heap.data(); }
+    uint32_t* begin() { return data(); }
+    uint32_t* end() { return data() + m_size; }
+    const uint32_t* begin() const { return data(); }
+    const uint32_t* end() const { return data() + m_size; }
+    uint32_t& operator[](size_t index) { return data()[index]; }
+    const uint32_t& operator[](size_t index) const { return data()[index]; }
+
+    void clear() { resize(0); }
+    void resize(size_t count) {
+        if (count <= N) {
+            if (m_size > N) {
+                std::copy_n(m_heap.data(), count, m_inline.data());
+                m_heap.clear();
+            } else if (count > m_size) {
+                std::fill(m_inline.data() + m_size, m_inline.data() + count, 0u);
+            }
+        } else {
+            if (m_size <= N)
+                m_heap.assign(m_inline.data(), m_inline.data() + m_size);
+            m_heap.resize(count);
+        }
+        m_size = count;
+    }
+    void assign(size_t count, uint32_t value) {
+        resize(0);
+        resize(count);
+        std::fill(begin(), end(), value);
+    }
+    template <std::input_iterator Iterator>
+    void assign(Iterator first, Iterator last) {
+        resize(0);
+        resize(static_cast<size_t>(std::distance(first, last)));
+        std::copy(first, last, begin());
+    }
+    void push_back(uint32_t value) {
+        resize(m_size + 1);
+        data()[m_size - 1] = value;
+    }
+
+    friend bool operator==(const CInlineUIntArray& a, const CInlineUIntArray& b) {
+        return std::equal(a.begin(), a.end(), b.begin(), b.end());
+    }
+    friend bool operator==(const CInlineUIntArray& a, const CUIntArray& b) {
+        return std::equal(a.begin(), a.end(), b.begin(), b.end());
+    }
+
+private:
+    std::array<uint32_t, N> m_inline{};
+    size_t m_size = 0;
+    CUIntArray m_heap; // holds every element once there are more than N
+};
 
 #ifndef BOOL
 using BOOL = int;

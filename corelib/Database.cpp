@@ -4,7 +4,10 @@
 #include <sqlext.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "corelib/ODBCRecordset.h"
 #include "util/TextConvert.h"
@@ -45,6 +48,15 @@ BOOL CDatabase::OpenEx(const CString& connect) {
     char readOnly[8] = "";
     rc = SQLGetInfo(dbc, SQL_DATA_SOURCE_READ_ONLY, readOnly, sizeof readOnly, nullptr);
     m_bCanUpdate = !SQL_SUCCEEDED(rc) || readOnly[0] != 'Y';
+
+    // PostgreSQL 10 and later expand several arrays in one select list side by side, which turns a
+    // whole batch of rows into one parameter per column.
+    char dbms[64] = "";
+    char version[64] = "";
+    m_bArrayInsert = SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_NAME, dbms, sizeof dbms, nullptr)) &&
+                     std::string_view(dbms) == "PostgreSQL" &&
+                     SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_VER, version, sizeof version, nullptr)) &&
+                     std::atoi(version) >= 10;
     return TRUE;
 }
 
@@ -52,6 +64,9 @@ void CDatabase::Close() {
     for (CODBCRecordset* recordset : m_Recordsets)
         recordset->Abandon();
     m_Recordsets.clear();
+    FinishWrite();
+    m_writeFailure = nullptr; // what is not committed goes
+
     if (m_hDbc != nullptr) {
         // A disconnect with a transaction open fails on some drivers; what is not committed goes.
         SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_ROLLBACK);
@@ -65,6 +80,7 @@ void CDatabase::Close() {
     }
     m_bCanTransact = FALSE;
     m_bCanUpdate = FALSE;
+    m_bArrayInsert = FALSE;
 }
 
 BOOL CDatabase::BeginTrans() {
@@ -98,6 +114,8 @@ BOOL CDatabase::CommitTrans() {
 BOOL CDatabase::Rollback() {
     if (!IsOpen())
         return FALSE;
+    FinishWrite();
+    m_writeFailure = nullptr; // the rolled-back rows need no report
     for (CODBCRecordset* recordset : m_Recordsets)
         recordset->DiscardPending();
     SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_ROLLBACK);
@@ -122,6 +140,7 @@ void CDatabase::ExecuteSQL(const CString& sql) {
 void* CDatabase::AllocStatement() {
     if (!IsOpen())
         throw CDBException(CDBException::errorNotOpen, L"The database is not open\n");
+    FinishWrite();
     SQLHSTMT stmt = SQL_NULL_HSTMT;
     SQLRETURN rc = SQLAllocHandle(SQL_HANDLE_STMT, m_hDbc, &stmt);
     if (!SQL_SUCCEEDED(rc))
@@ -132,6 +151,29 @@ void* CDatabase::AllocStatement() {
 void CDatabase::FlushRecordsets() {
     for (CODBCRecordset* recordset : m_Recordsets)
         recordset->Flush();
+    ThrowWriteFailure();
+}
+
+void CDatabase::StartWrite(std::function<void()> write) {
+    FinishWrite();
+    m_write = std::async(std::launch::async, std::move(write));
+}
+
+void CDatabase::FinishWrite() {
+    if (!m_write.valid())
+        return;
+    try {
+        m_write.get();
+    } catch (...) {
+        if (!m_writeFailure) // the first failure is the one to report
+            m_writeFailure = std::current_exception();
+    }
+}
+
+void CDatabase::ThrowWriteFailure() {
+    FinishWrite();
+    if (m_writeFailure)
+        std::rethrow_exception(std::exchange(m_writeFailure, nullptr));
 }
 
 void CDatabase::Attach(CODBCRecordset* recordset) {

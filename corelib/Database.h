@@ -1,5 +1,8 @@
 #pragma once
 
+#include <exception>
+#include <functional>
+#include <future>
 #include <vector>
 
 #include "corelib/DBException.h"
@@ -44,8 +47,17 @@ private:
 
     // Allocates a statement handle; throws when the connection is closed or allocation fails.
     void* AllocStatement();
-    // Writes the rows buffered by this connection's recordsets.
+    // Writes the rows buffered by this connection's recordsets, waits for the write in flight and
+    // throws the failure of any write not yet reported.
     void FlushRecordsets();
+    // A recordset's batch written on a second thread while the caller goes on buffering rows. The
+    // connection runs one write at a time, and nothing else while it runs: every other use of the
+    // connection waits for it first (FinishWrite).
+    void StartWrite(std::function<void()> write);
+    // Waits for the write in flight; its failure is kept for ThrowWriteFailure.
+    void FinishWrite();
+    // Waits, then throws the kept failure once.
+    void ThrowWriteFailure();
     void Attach(CODBCRecordset* recordset);
     void Detach(CODBCRecordset* recordset);
     [[noreturn]] void ThrowError(int retCode) const;
@@ -54,5 +66,8 @@ private:
     void* m_hDbc = nullptr;
     BOOL m_bCanTransact = FALSE;
     BOOL m_bCanUpdate = FALSE;
+    BOOL m_bArrayInsert = FALSE; // added rows are written as one array per column
     std::vector<CODBCRecordset*> m_Recordsets;
+    std::future<void> m_write;
+    std::exception_ptr m_writeFailure;
 };

@@ -20,6 +20,8 @@ constexpr size_t kMaxBatchRows = 256;
 // Parameters per statement: SQLite allows 32766; psqlODBC loses track of the server's answer to a
 // prepare with more than about 7,500.
 constexpr size_t kMaxParameters = 4096;
+// Rows per array insert: one parameter per column whatever the row count, so only memory bounds it.
+constexpr size_t kArrayBatchRows = 8192;
 constexpr size_t kFirstTextWidth = 64; // bytes per buffered text value, terminator included; grows
 
 bool IsIntegerType(SQLSMALLINT type) {
@@ -118,7 +120,26 @@ struct Column {
     std::string sqlName;
     SQLSMALLINT type;
     bool integer;
+    std::string typeName; // the database's own name, for the array cast
 };
+
+// A type name that can be written before "[]" as it stands.
+bool IsPlainTypeName(const std::string& name) {
+    return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+    });
+}
+
+// One element of an array literal: quoted, with quotes and backslashes escaped.
+void AppendArrayText(std::string& out, std::string_view text) {
+    out += '"';
+    for (char c : text) {
+        if (c == '"' || c == '\\')
+            out += '\\';
+        out += c;
+    }
+    out += '"';
+}
 
 } // namespace
 
@@ -159,6 +180,14 @@ struct CODBCRecordset::Impl {
     bool fullBound = false;
     SQLHSTMT insertPart = SQL_NULL_HSTMT; // the shorter last batch
 
+    // Where the database takes arrays (see CDatabase), column c of the waiting rows is the array
+    // literal arrays[c] instead, and every batch goes through insertFull.
+    bool useArrays = false;
+    std::vector<std::string> arrays;
+    std::vector<std::string> sending; // the arrays of the batch being written
+    std::vector<SQLLEN> sendingLengths;
+    std::vector<int64_t> rowNumbers; // the integer values of the row being appended
+
     explicit Impl(CDatabase* database) : db(database) {}
 
     void RequireOpen() const {
@@ -184,7 +213,12 @@ struct CODBCRecordset::Impl {
             Check(SQLDescribeCol(select, i, name, sizeof name, &nameLength, &type, &size, &digits, &nullable),
                   select);
             std::string sqlName(reinterpret_cast<char*>(name));
-            columns.push_back(Column{tpnf::FromUtf8(sqlName), std::move(sqlName), type, IsIntegerType(type)});
+            char typeName[128] = "";
+            if (!SQL_SUCCEEDED(SQLColAttribute(select, i, SQL_DESC_TYPE_NAME, typeName, sizeof typeName,
+                                               nullptr, nullptr)))
+                typeName[0] = 0;
+            columns.push_back(
+                Column{tpnf::FromUtf8(sqlName), std::move(sqlName), type, IsIntegerType(type), typeName});
         }
         row.assign(columns.size(), CDBField());
         newRow.assign(columns.size(), CDBField());
@@ -202,6 +236,7 @@ struct CODBCRecordset::Impl {
     }
 
     void Fetch() {
+        db->FinishWrite(); // another recordset's rows may be on their way
         SQLRETURN rc = SQLFetch(select);
         if (rc == SQL_NO_DATA) {
             eof = true;
@@ -249,6 +284,15 @@ struct CODBCRecordset::Impl {
     void EnsureBuffers() {
         if (batchRows != 0)
             return;
+        useArrays = db->m_bArrayInsert && !columns.empty() &&
+                    std::all_of(columns.begin(), columns.end(),
+                                [](const Column& column) { return IsPlainTypeName(column.typeName); });
+        if (useArrays) {
+            batchRows = kArrayBatchRows;
+            arrays.assign(columns.size(), "{");
+            rowNumbers.assign(columns.size(), 0);
+            return;
+        }
         size_t n = std::max<size_t>(columns.size(), 1);
         batchRows = std::min(kMaxBatchRows, std::max<size_t>(kMaxParameters / n, 1));
         numbers.assign(batchRows * n, 0);
@@ -296,7 +340,92 @@ struct CODBCRecordset::Impl {
         fullBound = false; // the prepared statement points at the old buffer
     }
 
+    void AppendArrayRow() {
+        size_t n = columns.size();
+        // Integers are checked first so that a refused row leaves the arrays as they were.
+        for (size_t c = 0; c < n; ++c)
+            if (columns[c].integer && newRow[c].m_kind != CDBField::Kind::Null)
+                rowNumbers[c] = IntegerValue(c, newRow[c]);
+        for (size_t c = 0; c < n; ++c) {
+            const CDBField& field = newRow[c];
+            std::string& array = arrays[c];
+            if (pending != 0)
+                array += ',';
+            char scratch[24];
+            if (field.m_kind == CDBField::Kind::Null) {
+                array += "NULL";
+            } else if (columns[c].integer) {
+                auto result = std::to_chars(scratch, scratch + sizeof scratch, rowNumbers[c]);
+                array.append(scratch, result.ptr);
+            } else {
+                AppendArrayText(array, TextValue(field, scratch));
+            }
+        }
+        ++pending;
+        if (pending == batchRows)
+            FlushArrays(false);
+    }
+
+    std::string ArrayInsertSql() const {
+        std::string text = "INSERT INTO " + table + " (";
+        std::string values;
+        for (size_t c = 0; c < columns.size(); ++c) {
+            text += (c == 0 ? "" : ",") + columns[c].sqlName;
+            values += (c == 0 ? "unnest(?::" : ",unnest(?::") + columns[c].typeName + "[])";
+        }
+        return text + ") SELECT " + values;
+    }
+
+    // The full arrays are handed to the connection's write thread and the rows go on into the
+    // emptied ones; with wait, the write is finished and its failure thrown before returning.
+    void FlushArrays(bool wait) {
+        pending = 0; // a failed batch is dropped: the caller rolls back
+        db->ThrowWriteFailure();
+        if (insertFull == SQL_NULL_HSTMT) {
+            insertFull = db->AllocStatement();
+            std::string text = ArrayInsertSql();
+            SQLRETURN rc = SQLPrepare(insertFull, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
+            if (!SQL_SUCCEEDED(rc)) {
+                CDBException error = CDBException::FromDiagnostics(rc, SQL_HANDLE_STMT, insertFull);
+                FreeStatement(insertFull);
+                ResetArrays();
+                throw error;
+            }
+        }
+        sending.swap(arrays);
+        ResetArrays();
+        sendingLengths.resize(columns.size());
+        for (size_t c = 0; c < columns.size(); ++c) {
+            sending[c] += '}';
+            sendingLengths[c] = static_cast<SQLLEN>(sending[c].size());
+            Check(SQLBindParameter(insertFull, static_cast<SQLUSMALLINT>(c + 1), SQL_PARAM_INPUT, SQL_C_CHAR,
+                                   SQL_LONGVARCHAR, sending[c].size(), 0, sending[c].data(),
+                                   sendingLengths[c] + 1, &sendingLengths[c]),
+                  insertFull);
+        }
+        SQLHSTMT stmt = insertFull;
+        db->StartWrite([stmt] {
+            SQLRETURN rc = SQLExecute(stmt);
+            if (!SQL_SUCCEEDED(rc) && rc != SQL_NO_DATA)
+                ThrowStatementError(rc, stmt);
+        });
+        if (wait)
+            db->ThrowWriteFailure();
+    }
+
+    void ResetArrays() {
+        if (!useArrays)
+            return;
+        arrays.resize(columns.size());
+        for (std::string& array : arrays)
+            array.assign(1, '{');
+    }
+
     void AppendRow() {
+        if (useArrays) {
+            AppendArrayRow();
+            return;
+        }
         size_t n = columns.size();
         size_t r = pending;
         for (size_t c = 0; c < n; ++c) {
@@ -363,6 +492,10 @@ struct CODBCRecordset::Impl {
     void Flush() {
         if (pending == 0)
             return;
+        if (useArrays) {
+            FlushArrays(true);
+            return;
+        }
         size_t rows = pending;
         pending = 0; // a failed batch is dropped: the caller rolls back
         SQLRETURN rc;
@@ -483,6 +616,8 @@ struct CODBCRecordset::Impl {
     }
 
     void Abandon() {
+        if (db != nullptr)
+            db->FinishWrite(); // the write in flight may be this recordset's
         FreeStatement(select);
         FreeStatement(update);
         FreeStatement(insertFull);
@@ -501,6 +636,11 @@ struct CODBCRecordset::Impl {
         indicators.clear();
         texts.clear();
         widths.clear();
+        useArrays = false;
+        arrays.clear();
+        sending.clear();
+        sendingLengths.clear();
+        rowNumbers.clear();
     }
 };
 
@@ -658,6 +798,7 @@ void CODBCRecordset::Flush() {
 
 void CODBCRecordset::DiscardPending() {
     m_pImpl->pending = 0;
+    m_pImpl->ResetArrays();
     if (m_pImpl->mode == Impl::Mode::Adding)
         m_pImpl->mode = Impl::Mode::None;
 }

@@ -7,6 +7,7 @@
 #include "corelib/DataSourceTest.h"
 #include "corelib/Database.h"
 #include "corelib/ODBCRecordset.h"
+#include "util/TextConvert.h"
 
 using tpnf::test::Backend;
 using tpnf::test::DataSourceTest;
@@ -476,6 +477,180 @@ TEST_P(ODBCRecordsetTest, ReopeningMovesTheRecordsetToAnotherTable) {
     rs.Close();
     EXPECT_EQ(Count(L"t"), 1);
     EXPECT_EQ(Scalar(L"select other as v from u"), 7);
+}
+
+TEST_P(ODBCRecordsetTest, TextsWithQuotingCharactersReadBackUnchanged) {
+    m_db.ExecuteSQL(L"create table t (id integer, txt varchar(40))");
+    const std::vector<CString> texts = {
+        L"say \"hi\"", L"back\\slash\\",    L"{1,2}", L"a,b",  L"NULL",    L"",
+        L"   ",        L"line\nbreak\ttab", L"it's",  L"\\\"", L"}{\"\\,", L"caf\u00e9"};
+    {
+        CODBCRecordset rs(&m_db);
+        rs.Open(L"select * from t");
+        for (size_t i = 0; i < texts.size(); ++i)
+            AddRow(rs, static_cast<int32_t>(i), texts[i]);
+        rs.AddNew();
+        rs.Field(L"id") = 100; // txt stays NULL
+        rs.Update();
+    }
+    CODBCRecordset rs(&m_db);
+    rs.Open(L"select * from t order by id");
+    for (const CString& text : texts) {
+        ASSERT_FALSE(rs.IsEOF());
+        EXPECT_FALSE(rs.Field(L"txt").IsNull()) << tpnf::ToUtf8(text);
+        EXPECT_EQ(rs.Field(L"txt").AsString(), text);
+        rs.MoveNext();
+    }
+    ASSERT_FALSE(rs.IsEOF());
+    EXPECT_EQ(rs.GetLong(L"id"), 100);
+    EXPECT_TRUE(rs.Field(L"txt").IsNull());
+}
+
+TEST_P(ODBCRecordsetTest, ManyRowsCrossEveryBatchSize) {
+    m_db.ExecuteSQL(L"create table t (id integer, txt varchar(20))");
+    constexpr int kRows = 20000; // past two batches of either kind
+    {
+        CODBCRecordset rs(&m_db);
+        rs.Open(L"select * from t");
+        for (int i = 0; i < kRows; ++i)
+            AddRow(rs, i, std::to_wstring(i));
+    }
+    EXPECT_EQ(Count(L"t"), kRows);
+    EXPECT_EQ(Scalar(L"select count(distinct id) as v from t"), kRows);
+    EXPECT_EQ(Scalar(L"select count(*) as v from t where txt = cast(id as varchar(20))"), kRows);
+    EXPECT_EQ(Scalar(L"select max(id) as v from t"), kRows - 1);
+}
+
+TEST_P(ODBCRecordsetTest, RefusedRowLeavesTheBufferedRowsIntact) {
+    m_db.ExecuteSQL(L"create table t (id integer, txt varchar(20), n integer)");
+    {
+        CODBCRecordset rs(&m_db);
+        rs.Open(L"select * from t");
+        AddRow(rs, 1, L"one");
+        rs.AddNew();
+        rs.Field(L"id") = 2;
+        rs.Field(L"txt") = CString(L"two");
+        rs.Field(L"n") = CString(L"x9"); // the last column is refused after the others were read
+        EXPECT_THROW(rs.Update(), CDBException);
+        AddRow(rs, 3, L"three");
+    }
+    CODBCRecordset rs(&m_db);
+    rs.Open(L"select * from t order by id");
+    EXPECT_EQ(rs.GetLong(L"id"), 1);
+    EXPECT_EQ(rs.Field(L"txt").AsString(), L"one");
+    rs.MoveNext();
+    EXPECT_EQ(rs.GetLong(L"id"), 3);
+    EXPECT_EQ(rs.Field(L"txt").AsString(), L"three");
+    EXPECT_TRUE(rs.Field(L"n").IsNull());
+    rs.MoveNext();
+    EXPECT_TRUE(rs.IsEOF());
+}
+
+TEST_P(ODBCRecordsetTest, RollbackAfterAWrittenBatchDropsEveryRow) {
+    m_db.ExecuteSQL(L"create table t (id integer, txt varchar(20))");
+    CODBCRecordset rs(&m_db);
+    rs.Open(L"select * from t");
+    ASSERT_TRUE(m_db.BeginTrans());
+    for (int i = 0; i < 10000; ++i) // at least one batch written, some rows still buffered
+        AddRow(rs, i, L"x");
+    EXPECT_TRUE(m_db.Rollback());
+    AddRow(rs, 1, L"after");
+    rs.Close();
+    EXPECT_EQ(Count(L"t"), 1);
+}
+
+TEST_P(ODBCRecordsetTest, ValueTooLongFailsTheWholeBatch) {
+    if (IsSQLite())
+        GTEST_SKIP() << "SQLite does not enforce varchar lengths";
+    m_db.ExecuteSQL(L"create table t (id integer, txt varchar(5))");
+    CODBCRecordset rs(&m_db);
+    rs.Open(L"select * from t");
+    AddRow(rs, 1, L"fits");
+    AddRow(rs, 2, L"far too long");
+    try {
+        rs.Close();
+        FAIL() << "an overlong value was accepted";
+    } catch (const CDBException& e) {
+        EXPECT_EQ(e.m_nRetCode, -1);
+        EXPECT_NE(e.m_strError.find(L"too long"), CString::npos) << tpnf::ToUtf8(e.m_strError);
+    }
+    EXPECT_EQ(Count(L"t"), 0);
+}
+
+TEST_P(ODBCRecordsetTest, FailedBatchIsReportedBeforeTheCommitEnds) {
+    m_db.ExecuteSQL(L"create table t (id integer NOT NULL PRIMARY KEY, txt varchar(20))");
+    CODBCRecordset rs(&m_db);
+    rs.Open(L"select * from t");
+    ASSERT_TRUE(m_db.BeginTrans());
+    bool failed = false;
+    try {
+        for (int i = 0; i < 20000; ++i)
+            AddRow(rs, i == 5 ? 4 : i, L"x"); // a duplicate key in the first batch
+        m_db.CommitTrans();
+    } catch (const CDBException& e) {
+        failed = true;
+        EXPECT_EQ(e.m_nRetCode, -1);
+        EXPECT_TRUE(m_db.Rollback());
+    }
+    EXPECT_TRUE(failed);
+    rs.Close();
+    EXPECT_EQ(Count(L"t"), 0);
+}
+
+TEST_P(ODBCRecordsetTest, TwoRecordsetsFillingBatchesInTurnKeepEveryRow) {
+    m_db.ExecuteSQL(L"create table t (id integer, txt varchar(20))");
+    m_db.ExecuteSQL(L"create table u (id integer, txt varchar(20))");
+    {
+        CODBCRecordset first(&m_db);
+        CODBCRecordset second(&m_db);
+        first.Open(L"select * from t");
+        second.Open(L"select * from u");
+        for (int i = 0; i < 20000; ++i) {
+            AddRow(first, i, L"t");
+            AddRow(second, -i, L"u");
+        }
+    }
+    EXPECT_EQ(Count(L"t"), 20000);
+    EXPECT_EQ(Count(L"u"), 20000);
+    EXPECT_EQ(Scalar(L"select count(*) as v from u where id <= 0 and txt = 'u'"), 20000);
+}
+
+TEST_P(ODBCRecordsetTest, ReadingGoesOnWhileAnotherRecordsetWrites) {
+    m_db.ExecuteSQL(L"create table t (id integer, txt varchar(20))");
+    m_db.ExecuteSQL(L"create table u (id integer)");
+    m_db.ExecuteSQL(L"insert into u (id) values (1)");
+    m_db.ExecuteSQL(L"insert into u (id) values (2)");
+    CODBCRecordset reader(&m_db);
+    reader.Open(L"select * from u order by id");
+    ASSERT_FALSE(reader.IsEOF());
+    EXPECT_EQ(reader.GetLong(L"id"), 1);
+    {
+        CODBCRecordset writer(&m_db);
+        writer.Open(L"select * from t");
+        for (int i = 0; i < 9000; ++i) // fills a batch, which goes out at once
+            AddRow(writer, i, L"w");
+        reader.MoveNext();
+        ASSERT_FALSE(reader.IsEOF());
+        EXPECT_EQ(reader.GetLong(L"id"), 2);
+        reader.MoveNext();
+        EXPECT_TRUE(reader.IsEOF());
+    }
+    EXPECT_EQ(Count(L"t"), 9000);
+}
+
+TEST_P(ODBCRecordsetTest, ClosingTheDatabaseMidTransactionKeepsNoRow) {
+    m_db.ExecuteSQL(L"create table t (id integer, txt varchar(20))");
+    {
+        CODBCRecordset rs(&m_db);
+        rs.Open(L"select * from t");
+        ASSERT_TRUE(m_db.BeginTrans());
+        for (int i = 0; i < 9000; ++i)
+            AddRow(rs, i, L"x");
+        m_db.Close();
+        EXPECT_FALSE(rs.IsOpen());
+    }
+    m_db.OpenEx(Source().ConnectString());
+    EXPECT_EQ(Count(L"t"), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, ODBCRecordsetTest, testing::Values(Backend::SQLite, Backend::PostgreSQL),

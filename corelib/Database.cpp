@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "corelib/ODBCRecordset.h"
@@ -156,7 +157,11 @@ void CDatabase::FlushRecordsets() {
 
 void CDatabase::StartWrite(std::function<void()> write) {
     FinishWrite();
-    m_write = std::async(std::launch::async, std::move(write));
+    try {
+        m_write = std::async(std::launch::async, write);
+    } catch (const std::system_error&) {
+        write(); // no thread to be had: write here and now
+    }
 }
 
 void CDatabase::FinishWrite() {

@@ -3,7 +3,6 @@
 // their spelling while using standard C++ underneath.
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -25,19 +24,33 @@ template <size_t N>
 class CInlineUIntArray {
 public:
     CInlineUIntArray() = default;
-    CInlineUIntArray(const CInlineUIntArray&) = default;
-    CInlineUIntArray& operator=(const CInlineUIntArray&) = default;
+    CInlineUIntArray(const CInlineUIntArray& other) : m_size(other.m_size), m_heap(other.m_heap) {
+        if (m_size <= N)
+            std::copy_n(other.m_inline, m_size, m_inline);
+    }
+    CInlineUIntArray& operator=(const CInlineUIntArray& other) {
+        if (this != &other) {
+            m_heap = other.m_heap;
+            m_size = other.m_size;
+            if (m_size <= N)
+                std::copy_n(other.m_inline, m_size, m_inline);
+        }
+        return *this;
+    }
     // A moved-from array is empty, as a moved-from vector is.
     CInlineUIntArray(CInlineUIntArray&& other) noexcept
-        : m_inline(other.m_inline), m_size(other.m_size), m_heap(std::move(other.m_heap)) {
+        : m_size(other.m_size), m_heap(std::move(other.m_heap)) {
+        if (m_size <= N)
+            std::copy_n(other.m_inline, m_size, m_inline);
         other.m_size = 0;
         other.m_heap.clear();
     }
     CInlineUIntArray& operator=(CInlineUIntArray&& other) noexcept {
         if (this != &other) {
-            m_inline = other.m_inline;
-            m_size = other.m_size;
             m_heap = std::move(other.m_heap);
+            m_size = other.m_size;
+            if (m_size <= N)
+                std::copy_n(other.m_inline, m_size, m_inline);
             other.m_size = 0;
             other.m_heap.clear();
         }
@@ -51,8 +64,8 @@ public:
 
     size_t size() const { return m_size; }
     bool empty() const { return m_size == 0; }
-    uint32_t* data() { return m_size <= N ? m_inline.data() : m_heap.data(); }
-    const uint32_t* data() const { return m_size <= N ? m_inline.data() : m_heap.data(); }
+    uint32_t* data() { return m_size <= N ? m_inline : m_heap.data(); }
+    const uint32_t* data() const { return m_size <= N ? m_inline : m_heap.data(); }
     uint32_t* begin() { return data(); }
     uint32_t* end() { return data() + m_size; }
     const uint32_t* begin() const { return data(); }
@@ -64,28 +77,37 @@ public:
     void resize(size_t count) {
         if (count <= N) {
             if (m_size > N) {
-                std::copy_n(m_heap.data(), count, m_inline.data());
+                std::copy_n(m_heap.data(), count, m_inline);
                 m_heap.clear();
             } else if (count > m_size) {
-                std::fill(m_inline.data() + m_size, m_inline.data() + count, 0u);
+                std::fill(m_inline + m_size, m_inline + count, 0u);
             }
         } else {
             if (m_size <= N)
-                m_heap.assign(m_inline.data(), m_inline.data() + m_size);
+                m_heap.assign(m_inline, m_inline + m_size);
             m_heap.resize(count);
         }
         m_size = count;
     }
     void assign(size_t count, uint32_t value) {
-        resize(0);
-        resize(count);
-        std::fill(begin(), end(), value);
+        if (count <= N) {
+            m_heap.clear();
+            std::fill_n(m_inline, count, value);
+        } else {
+            m_heap.assign(count, value);
+        }
+        m_size = count;
     }
     template <std::input_iterator Iterator>
     void assign(Iterator first, Iterator last) {
-        resize(0);
-        resize(static_cast<size_t>(std::distance(first, last)));
-        std::copy(first, last, begin());
+        size_t count = static_cast<size_t>(std::distance(first, last));
+        if (count <= N) {
+            m_heap.clear();
+            std::copy(first, last, m_inline);
+        } else {
+            m_heap.assign(first, last);
+        }
+        m_size = count;
     }
     void push_back(uint32_t value) {
         resize(m_size + 1);
@@ -100,7 +122,7 @@ public:
     }
 
 private:
-    std::array<uint32_t, N> m_inline{};
+    uint32_t m_inline[N]; // only the first m_size are ever read
     size_t m_size = 0;
     CUIntArray m_heap; // holds every element once there are more than N
 };

@@ -66,6 +66,19 @@ TEST(InlineUIntArray, CopiesAreIndependentAtEitherSize) {
     EXPECT_EQ(heapCopy, (CUIntArray{1, 2, 3, 4, 5}));
 }
 
+TEST(InlineUIntArray, AssigningAcrossTheInlineLimitReplacesEveryElement) {
+    Small shortOne{1, 2};
+    Small longOne{3, 4, 5, 6, 7};
+    Small target{9, 9, 9};
+    target = longOne;
+    EXPECT_EQ(target, (CUIntArray{3, 4, 5, 6, 7}));
+    target = shortOne;
+    EXPECT_EQ(target, (CUIntArray{1, 2}));
+    target.push_back(8);
+    EXPECT_EQ(target, (CUIntArray{1, 2, 8}));
+    EXPECT_EQ(longOne, (CUIntArray{3, 4, 5, 6, 7}));
+}
+
 TEST(InlineUIntArray, MovedFromArrayIsEmpty) {
     Small heapOne{1, 2, 3, 4, 5};
     Small moved(std::move(heapOne));

@@ -65,8 +65,7 @@ void CDatabase::Close() {
     for (CODBCRecordset* recordset : m_Recordsets)
         recordset->Abandon();
     m_Recordsets.clear();
-    FinishWrite();
-    m_writeFailure = nullptr; // what is not committed goes
+    ForgetWrite(); // what is not committed goes
 
     if (m_hDbc != nullptr) {
         // A disconnect with a transaction open fails on some drivers; what is not committed goes.
@@ -115,8 +114,7 @@ BOOL CDatabase::CommitTrans() {
 BOOL CDatabase::Rollback() {
     if (!IsOpen())
         return FALSE;
-    FinishWrite();
-    m_writeFailure = nullptr; // the rolled-back rows need no report
+    ForgetWrite(); // the rolled-back rows need no report
     for (CODBCRecordset* recordset : m_Recordsets)
         recordset->DiscardPending();
     SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_ROLLBACK);
@@ -173,6 +171,11 @@ void CDatabase::FinishWrite() {
         if (!m_writeFailure) // the first failure is the one to report
             m_writeFailure = std::current_exception();
     }
+}
+
+void CDatabase::ForgetWrite() {
+    FinishWrite();
+    m_writeFailure = nullptr;
 }
 
 void CDatabase::ThrowWriteFailure() {

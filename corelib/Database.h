@@ -58,6 +58,8 @@ private:
     void FinishWrite();
     // Waits, then throws the kept failure once.
     void ThrowWriteFailure();
+    // Waits and drops the kept failure: for rollback and close.
+    void ForgetWrite();
     void Attach(CODBCRecordset* recordset);
     void Detach(CODBCRecordset* recordset);
     [[noreturn]] void ThrowError(int retCode) const;

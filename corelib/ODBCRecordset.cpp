@@ -290,6 +290,8 @@ struct CODBCRecordset::Impl {
         if (useArrays) {
             batchRows = kArrayBatchRows;
             arrays.assign(columns.size(), "{");
+            sending.assign(columns.size(), {});
+            sendingLengths.assign(columns.size(), 0);
             rowNumbers.assign(columns.size(), 0);
             return;
         }
@@ -379,22 +381,13 @@ struct CODBCRecordset::Impl {
     // The full arrays are handed to the connection's write thread and the rows go on into the
     // emptied ones; with wait, the write is finished and its failure thrown before returning.
     void FlushArrays(bool wait) {
-        pending = 0; // a failed batch is dropped: the caller rolls back
-        db->ThrowWriteFailure();
-        if (insertFull == SQL_NULL_HSTMT) {
-            insertFull = db->AllocStatement();
-            std::string text = ArrayInsertSql();
-            SQLRETURN rc = SQLPrepare(insertFull, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
-            if (!SQL_SUCCEEDED(rc)) {
-                CDBException error = CDBException::FromDiagnostics(rc, SQL_HANDLE_STMT, insertFull);
-                FreeStatement(insertFull);
-                ResetArrays();
-                throw error;
-            }
-        }
+        pending = 0;       // a failed batch is dropped: the caller rolls back
+        db->FinishWrite(); // the previous batch's arrays are free again
         sending.swap(arrays);
         ResetArrays();
-        sendingLengths.resize(columns.size());
+        db->ThrowWriteFailure();
+        if (insertFull == SQL_NULL_HSTMT)
+            PrepareFull(ArrayInsertSql());
         for (size_t c = 0; c < columns.size(); ++c) {
             sending[c] += '}';
             sendingLengths[c] = static_cast<SQLLEN>(sending[c].size());
@@ -413,10 +406,20 @@ struct CODBCRecordset::Impl {
             db->ThrowWriteFailure();
     }
 
+    // Prepares the statement full batches go through; a failed prepare leaves none.
+    void PrepareFull(std::string text) {
+        insertFull = db->AllocStatement();
+        SQLRETURN rc = SQLPrepare(insertFull, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
+        if (!SQL_SUCCEEDED(rc)) {
+            CDBException error = CDBException::FromDiagnostics(rc, SQL_HANDLE_STMT, insertFull);
+            FreeStatement(insertFull);
+            throw error;
+        }
+    }
+
     void ResetArrays() {
         if (!useArrays)
             return;
-        arrays.resize(columns.size());
         for (std::string& array : arrays)
             array.assign(1, '{');
     }
@@ -502,14 +505,7 @@ struct CODBCRecordset::Impl {
         SQLHSTMT stmt;
         if (rows == batchRows) {
             if (insertFull == SQL_NULL_HSTMT) {
-                insertFull = db->AllocStatement();
-                std::string text = InsertSql(rows);
-                rc = SQLPrepare(insertFull, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
-                if (!SQL_SUCCEEDED(rc)) {
-                    CDBException error = CDBException::FromDiagnostics(rc, SQL_HANDLE_STMT, insertFull);
-                    FreeStatement(insertFull);
-                    throw error;
-                }
+                PrepareFull(InsertSql(rows));
                 fullBound = false;
             }
             if (!fullBound) {

@@ -24,35 +24,24 @@ template <size_t N>
 class CInlineUIntArray {
 public:
     CInlineUIntArray() = default;
-    CInlineUIntArray(const CInlineUIntArray& other) : m_size(other.m_size), m_heap(other.m_heap) {
-        if (m_size <= N)
-            std::copy_n(other.m_inline, m_size, m_inline);
-    }
+    CInlineUIntArray(const CInlineUIntArray& other) : m_heap(other.m_heap) { CopyInline(other); }
     CInlineUIntArray& operator=(const CInlineUIntArray& other) {
         if (this != &other) {
             m_heap = other.m_heap;
-            m_size = other.m_size;
-            if (m_size <= N)
-                std::copy_n(other.m_inline, m_size, m_inline);
+            CopyInline(other);
         }
         return *this;
     }
     // A moved-from array is empty, as a moved-from vector is.
-    CInlineUIntArray(CInlineUIntArray&& other) noexcept
-        : m_size(other.m_size), m_heap(std::move(other.m_heap)) {
-        if (m_size <= N)
-            std::copy_n(other.m_inline, m_size, m_inline);
-        other.m_size = 0;
-        other.m_heap.clear();
+    CInlineUIntArray(CInlineUIntArray&& other) noexcept : m_heap(std::move(other.m_heap)) {
+        CopyInline(other);
+        other.Empty();
     }
     CInlineUIntArray& operator=(CInlineUIntArray&& other) noexcept {
         if (this != &other) {
             m_heap = std::move(other.m_heap);
-            m_size = other.m_size;
-            if (m_size <= N)
-                std::copy_n(other.m_inline, m_size, m_inline);
-            other.m_size = 0;
-            other.m_heap.clear();
+            CopyInline(other);
+            other.Empty();
         }
         return *this;
     }
@@ -122,6 +111,17 @@ public:
     }
 
 private:
+    // The size and the inline elements of other; its heap elements are taken by the caller.
+    void CopyInline(const CInlineUIntArray& other) {
+        m_size = other.m_size;
+        if (m_size <= N)
+            std::copy_n(other.m_inline, m_size, m_inline);
+    }
+    void Empty() {
+        m_size = 0;
+        m_heap.clear();
+    }
+
     uint32_t m_inline[N]; // only the first m_size are ever read
     size_t m_size = 0;
     CUIntArray m_heap; // holds every element once there are more than N

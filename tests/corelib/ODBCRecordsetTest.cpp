@@ -597,6 +597,29 @@ TEST_P(ODBCRecordsetTest, FailedBatchIsReportedBeforeTheCommitEnds) {
     EXPECT_EQ(Count(L"t"), 0);
 }
 
+TEST_P(ODBCRecordsetTest, RowsAddedAfterAFailedBatchAreWrittenCleanly) {
+    m_db.ExecuteSQL(L"create table t (id integer NOT NULL PRIMARY KEY, txt varchar(20))");
+    CODBCRecordset rs(&m_db);
+    rs.Open(L"select * from t");
+    bool failed = false;
+    for (int i = 0; i < 40000 && !failed; ++i) {
+        try {
+            AddRow(rs, i == 5 ? 4 : i, L"x"); // a duplicate key in the first batch
+        } catch (const CDBException& e) {
+            failed = true;
+            EXPECT_EQ(e.m_nRetCode, -1);
+        }
+    }
+    ASSERT_TRUE(failed);
+    // The failed batch and the rows waiting with it are gone; later rows start afresh.
+    AddRow(rs, 100001, L"a");
+    AddRow(rs, 100002, L"b");
+    AddRow(rs, 100003, L"c");
+    rs.Close();
+    EXPECT_EQ(Count(L"t"), 3);
+    EXPECT_EQ(Scalar(L"select count(*) as v from t where id > 100000"), 3);
+}
+
 TEST_P(ODBCRecordsetTest, TwoRecordsetsFillingBatchesInTurnKeepEveryRow) {
     m_db.ExecuteSQL(L"create table t (id integer, txt varchar(20))");
     m_db.ExecuteSQL(L"create table u (id integer, txt varchar(20))");

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "session/TPAbstractPacket.h"
+#include "packet/TPAbstractPacket.h"
 
 namespace tpnf::fuzz {
 

@@ -1,6 +1,6 @@
 #include "netflow/NetFlowHeaderCommonFields.h"
 
-#include "session/TPAbstractPacket.h"
+#include "packet/TPAbstractPacket.h"
 #include "util/NetFlowUtility.h"
 
 int CNetFlowHeaderCommonFields::Decode(const CByteArray& data) {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "session/TPAbstractPacket.h"
+#include "packet/TPAbstractPacket.h"
 
 // Base of the fixed-format NetFlow packets (v1, v5, v7, v8): the record loop and the text frame they share.
 class CNetFlowPacket : public CTPAbstractPacket {

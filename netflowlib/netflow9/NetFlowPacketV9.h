@@ -2,7 +2,8 @@
 
 #include "netflow9/NetFlowHeaderV9.h"
 #include "netflow9/NetFlowSetRecord.h"
-#include "session/TPAbstractPacket.h"
+#include "packet/DecodeOptions.h"
+#include "packet/TPAbstractPacket.h"
 
 // A NetFlow v9 datagram: header and data records. Templates go to the process-wide template store.
 class CNetFlowPacketV9 : public CTPAbstractPacket {
@@ -32,9 +33,15 @@ public:
     const CNetFlowHeaderV9& GetHeader() const { return m_header; }
     const CArray<CNetFlowSetRecord>& GetRecords() const { return m_records; }
 
+    // Options and exporter for the next Decode (the session sets them); without them templates live in
+    // the one process-wide scope, as always.
+    void SetDecodeContext(const CDecodeContext& context) { m_context = context; }
+    const CDecodeContext& GetDecodeContext() const { return m_context; }
+
 protected:
     CNetFlowHeaderV9 m_header;
     CArray<CNetFlowSetRecord> m_records;
+    CDecodeContext m_context;
 
 private:
     // Walks the records or templates of one flowset from offset to end.

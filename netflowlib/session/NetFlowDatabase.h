@@ -7,7 +7,7 @@
 
 #include "corelib/Database.h"
 #include "session/Messages.h"
-#include "session/TPAbstractPacket.h"
+#include "packet/TPAbstractPacket.h"
 #include "util/Types.h"
 
 class CNetFlowSession;

@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "session/Messages.h"
-#include "session/TPAbstractPacket.h"
+#include "packet/TPAbstractPacket.h"
 #include "session/Wnd.h"
 #include "util/Types.h"
 

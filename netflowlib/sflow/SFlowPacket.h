@@ -1,6 +1,7 @@
 #pragma once
 
-#include "session/TPAbstractPacket.h"
+#include "packet/DecodeOptions.h"
+#include "packet/TPAbstractPacket.h"
 #include "sflow/SFlowHeader.h"
 #include "sflow/SFlowSample.h"
 #include "util/Types.h"
@@ -25,10 +26,15 @@ public:
     const CSFlowHeader& GetHeader() const { return m_header; }
     const CArray<CSFlowSample, const CSFlowSample&>& GetSamples() const { return m_samples; }
 
+    // Options for the next Decode (the session sets them); without them every datagram decodes as always.
+    void SetDecodeContext(const CDecodeContext& context) { m_context = context; }
+    const CDecodeContext& GetDecodeContext() const { return m_context; }
+
 protected:
     // Copies header and samples; the sender address and port are left as they are.
     void Copy(const CSFlowPacket& other);
 
     CSFlowHeader m_header;
     CArray<CSFlowSample, const CSFlowSample&> m_samples;
+    CDecodeContext m_context;
 };

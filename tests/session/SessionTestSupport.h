@@ -15,7 +15,7 @@
 #include "session/NetFlowDatabase.h"
 #include "session/NetFlowSession.h"
 #include "session/NetFlowSocket.h"
-#include "session/TPAbstractPacket.h"
+#include "packet/TPAbstractPacket.h"
 #include "session/Wnd.h"
 
 namespace tpnf::test {

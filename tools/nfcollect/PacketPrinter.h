@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "session/TPAbstractPacket.h"
+#include "packet/TPAbstractPacket.h"
 #include "util/Types.h"
 
 enum class OutputFormat { Text, Fields, Json, None };

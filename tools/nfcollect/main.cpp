@@ -26,6 +26,7 @@
 #include "CollectorSession.h"
 #include "CollectorWnd.h"
 #include "PacketPrinter.h"
+#include "common/SQLiteSource.h"
 #include "corelib/Utility.h"
 #include "util/TextConvert.h"
 
@@ -78,67 +79,6 @@ bool PrepareTraceDir(const std::string& dir, std::string& error) {
     fs::remove(probe, ec);
     return true;
 }
-
-// A private ODBC configuration with one SQLite data source for the file, so that --db needs no system
-// set-up. Removed again when the collector ends.
-class CSQLiteSource {
-public:
-    ~CSQLiteSource() {
-        if (!m_dir.empty()) {
-            std::error_code ignored;
-            fs::remove_all(m_dir, ignored);
-        }
-    }
-
-    bool Create(const std::string& file, std::string& dsn, std::string& error) {
-        static const char* const kDrivers[] = {"/usr/lib/x86_64-linux-gnu/odbc/libsqlite3odbc.so",
-                                               "/usr/lib/aarch64-linux-gnu/odbc/libsqlite3odbc.so",
-                                               "/usr/lib/odbc/libsqlite3odbc.so",
-                                               "/usr/local/lib/libsqlite3odbc.so"};
-        std::string driver;
-        for (const char* candidate : kDrivers)
-            if (fs::exists(candidate)) {
-                driver = candidate;
-                break;
-            }
-        if (driver.empty()) {
-            error =
-                "the SQLite ODBC driver (libsqlite3odbc.so, Debian package libsqliteodbc) is not installed";
-            return false;
-        }
-        std::error_code ec;
-        const fs::path path = fs::absolute(file, ec);
-        if (ec || !fs::is_directory(path.parent_path())) {
-            error = "directory " + path.parent_path().string() + " does not exist";
-            return false;
-        }
-        {
-            std::ofstream probe(path, std::ios::app);
-            if (!probe) {
-                error = path.string() +
-                        " cannot be written: " + std::error_code(errno, std::generic_category()).message();
-                return false;
-            }
-        }
-        char dirTemplate[] = "/tmp/nfcollect-odbc.XXXXXX";
-        if (mkdtemp(dirTemplate) == nullptr) {
-            error = std::string("no temporary directory: ") + std::strerror(errno);
-            return false;
-        }
-        m_dir = dirTemplate;
-        std::ofstream(m_dir / "odbcinst.ini") << "[SQLite3]\nDriver = " << driver << "\n";
-        // NORMAL sync: a power cut may lose the last transactions but never corrupts the file.
-        std::ofstream(m_dir / "odbc.ini") << "[nfcollect]\nDriver = SQLite3\nDatabase = " << path.string()
-                                          << "\nSyncPragma = NORMAL\nTimeout = 10000\n";
-        setenv("ODBCSYSINI", m_dir.c_str(), 1);
-        setenv("ODBCINI", (m_dir / "odbc.ini").c_str(), 1);
-        dsn = "nfcollect";
-        return true;
-    }
-
-private:
-    fs::path m_dir;
-};
 
 OutputFormat ParseFormat(const std::string& name) {
     if (name == "fields")
@@ -371,10 +311,10 @@ int main(int argc, char** argv) {
     if (int exitCode = 0; !tpnf::tools::Parse(app, argc, argv, exitCode))
         return exitCode;
 
-    CSQLiteSource sqlite;
+    tpnf::tools::CSQLiteSources sqlite;
     if (!options.db.empty()) {
         std::string error;
-        if (!sqlite.Create(options.db, options.dsn, error)) {
+        if (!sqlite.Add(options.db, options.dsn, error)) {
             std::fprintf(stderr, "nfcollect: cannot use %s as database: %s\n", options.db.c_str(),
                          error.c_str());
             return 1;

@@ -1,4 +1,4 @@
-#include "session/TPAbstractPacket.h"
+#include "packet/TPAbstractPacket.h"
 
 #include <ctime>
 #include <cwchar>

@@ -7,7 +7,7 @@
 #include <string>
 #include <type_traits>
 
-#include "session/TPAbstractPacket.h"
+#include "packet/TPAbstractPacket.h"
 
 namespace {
 

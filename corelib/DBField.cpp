@@ -10,6 +10,12 @@ CDBField& CDBField::operator=(int32_t value) {
     return *this;
 }
 
+CDBField& CDBField::SetBigInt(int64_t value) {
+    SetInteger(value);
+    m_bDirty = true;
+    return *this;
+}
+
 CDBField& CDBField::operator=(const CString& value) {
     SetText(tpnf::ToUtf8(value));
     m_bDirty = true;
@@ -22,11 +28,15 @@ void CDBField::SetNull() {
 }
 
 int32_t CDBField::AsLong() const {
+    return static_cast<int32_t>(AsBigInt());
+}
+
+int64_t CDBField::AsBigInt() const {
     switch (m_kind) {
     case Kind::Integer:
-        return static_cast<int32_t>(m_nValue);
+        return m_nValue;
     case Kind::Text:
-        return static_cast<int32_t>(std::strtoll(m_strText.c_str(), nullptr, 10));
+        return std::strtoll(m_strText.c_str(), nullptr, 10);
     case Kind::Null:
         break;
     }

@@ -12,11 +12,15 @@ public:
     // A long is 32 bits wide in this library's width rules, so int and long share this overload.
     CDBField& operator=(int32_t value);
     CDBField& operator=(const CString& value);
+    // A 64-bit integer (a counter of bytes, a time in ms); named so that unsigned arguments stay unambiguous.
+    CDBField& SetBigInt(int64_t value);
 
     void SetNull();
     BOOL IsNull() const { return m_kind == Kind::Null; }
     // The value as a 32-bit integer: a text gives its leading decimal number, NULL gives 0.
     int32_t AsLong() const;
+    // The same at 64 bits.
+    int64_t AsBigInt() const;
     CString AsString() const;
 
 private:

@@ -777,7 +777,20 @@ BOOL CODBCRecordset::Update() {
 CDBField& CODBCRecordset::Field(std::wstring_view name) {
     Impl& d = *m_pImpl;
     d.RequireOpen();
-    size_t c = d.FindColumn(name);
+    return FieldAt(d.FindColumn(name));
+}
+
+size_t CODBCRecordset::GetFieldIndex(std::wstring_view name) {
+    m_pImpl->RequireOpen();
+    return m_pImpl->FindColumn(name);
+}
+
+CDBField& CODBCRecordset::FieldAt(size_t c) {
+    Impl& d = *m_pImpl;
+    d.RequireOpen();
+    if (c >= d.columns.size())
+        throw CDBException(CDBException::errorColumnNotFound,
+                           L"Column not found: " + std::to_wstring(c) + L"\n");
     if (d.mode == Impl::Mode::Adding)
         return d.newRow[c];
     d.EnsureExecuted();

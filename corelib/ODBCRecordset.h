@@ -54,6 +54,9 @@ public:
 
     // The column of the row being added, or else of the current row. Names compare without case.
     CDBField& Field(std::wstring_view name);
+    // The position of a column, for FieldAt; a writer of many rows looks each name up once.
+    size_t GetFieldIndex(std::wstring_view name);
+    CDBField& FieldAt(size_t index);
     int32_t GetLong(std::wstring_view name);
 
 private:

@@ -123,6 +123,42 @@ TEST_P(ODBCRecordsetTest, AddedRowsAreStoredWithTheirValues) {
     EXPECT_TRUE(rs.IsEOF());
 }
 
+TEST_P(ODBCRecordsetTest, BigIntegersByColumnPositionAreStoredWhole) {
+    m_db.ExecuteSQL(L"create table t (id integer, txt varchar(40), big bigint)");
+    {
+        CODBCRecordset rs(&m_db);
+        rs.Open(L"select * from t");
+        const size_t id = rs.GetFieldIndex(L"ID");
+        const size_t big = rs.GetFieldIndex(L"big");
+        EXPECT_EQ(id, 0u);
+        EXPECT_EQ(big, 2u);
+        rs.AddNew();
+        rs.FieldAt(id) = 1;
+        rs.FieldAt(big).SetBigInt(INT64_C(1) << 40);
+        rs.Update();
+        rs.AddNew();
+        rs.FieldAt(id) = 2;
+        rs.FieldAt(big).SetBigInt(INT64_MIN);
+        rs.Update();
+        try {
+            rs.FieldAt(3);
+            FAIL() << "no exception";
+        } catch (const CDBException& e) {
+            EXPECT_EQ(e.m_nRetCode, CDBException::errorColumnNotFound);
+            EXPECT_EQ(e.m_strError, L"Column not found: 3\n");
+        }
+        rs.Close();
+    }
+    CODBCRecordset rs(&m_db);
+    rs.Open(L"select * from t order by id");
+    ASSERT_TRUE(rs.HasRows());
+    EXPECT_EQ(rs.FieldAt(2).AsBigInt(), INT64_C(1099511627776));
+    EXPECT_EQ(rs.Field(L"big").AsLong(), 0); // the low 32 bits
+    rs.MoveNext();
+    EXPECT_EQ(rs.FieldAt(2).AsBigInt(), INT64_MIN);
+    EXPECT_TRUE(rs.FieldAt(1).IsNull());
+}
+
 TEST_P(ODBCRecordsetTest, LongTextsGrowTheBufferAndReadBackWhole) {
     m_db.ExecuteSQL(L"create table t (id integer, txt varchar(3000))");
     CString longText;

@@ -58,6 +58,9 @@ public:
     // Why the last Init could not create the socket; empty after a successful one.
     const std::error_code& GetSocketError() const { return m_socketError; }
     const Statistics& GetStatistics() const { return m_statistics; }
+    // The datagram being handled, while it is (inside AddPacket's notification of the owner and inside
+    // OnDatagramHandled); null otherwise.
+    const CByteArray* GetCurrentDatagram() const { return m_pCurrentDatagram; }
 
 protected:
     friend class CNetFlowSocket;
@@ -86,4 +89,5 @@ private:
 
     std::error_code m_socketError;
     Statistics m_statistics;
+    const CByteArray* m_pCurrentDatagram = nullptr;
 };

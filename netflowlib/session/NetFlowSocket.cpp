@@ -174,12 +174,14 @@ void CNetFlowSocket::Dispatch(Receiver& receiver, size_t bytes) {
         receiver.senderAddress = tpnf::FromUtf8(address.to_string());
         receiver.lastAddress = address;
     }
+    pSession->m_pCurrentDatagram = &receiver.datagram;
     try {
         receiver.pSocket->OnReceive(receiver.datagram, receiver.senderAddress, receiver.sender.port());
     } catch (const std::exception&) {
         ++pSession->m_statistics.malformed;
     }
     pSession->OnDatagramHandled();
+    pSession->m_pCurrentDatagram = nullptr;
 }
 
 void CNetFlowSocket::OnReceive(const CByteArray& datagram, const CString& senderAddress, UINT senderPort) {

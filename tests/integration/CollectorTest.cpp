@@ -27,91 +27,25 @@
 #include "netflow/NetFlowPacketV5.h"
 #include "netflow9/NetFlowPacketV9.h"
 #include "support/ByteBuilder.h"
+#include "support/CollectorProcess.h"
 #include "support/NetFlowDatagram.h"
 #include "support/NetFlowV9Datagram.h"
 #include "support/SFlowDatagram.h"
 #include "util/TextConvert.h"
 
-extern char** environ;
-
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using tpnf::test::ByteBuilder;
+using tpnf::test::FreePort;
+using tpnf::test::kReplay;
 using tpnf::test::NetFlowV9Datagram;
+using tpnf::test::Sender;
 using tpnf::test::V9Header;
 using Bytes = std::vector<uint8_t>;
 
 namespace {
 
-const fs::path kCollector = fs::path(TPNF_BINARY_DIR) / "tools" / "nfcollect";
-const fs::path kReplay = fs::path(TPNF_BINARY_DIR) / "tools" / "nfreplay";
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-// A UDP port nobody uses at this moment.
-int FreePort() {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
-}
-
-// True once someone (the collector) has bound the UDP port.
-bool PortTaken(int port) {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    const bool taken =
-        bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 && errno == EADDRINUSE;
-    close(fd);
-    return taken;
-}
-
-// A sending socket bound to a known port, so the sender of each packet is known.
-class Sender {
-public:
-    Sender() : m_fd(socket(AF_INET, SOCK_DGRAM, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        socklen_t length = sizeof address;
-        getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length);
-        m_port = ntohs(address.sin_port);
-    }
-    ~Sender() { close(m_fd); }
-
-    void Send(int port, const Bytes& datagram) const {
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(static_cast<uint16_t>(port));
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(
-            sendto(m_fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
-            static_cast<ssize_t>(datagram.size()));
-        std::this_thread::sleep_for(5ms); // in order, and never faster than the collector reads
-    }
-    int Port() const { return m_port; }
-
-private:
-    int m_fd;
-    int m_port = 0;
-};
-
-struct Result {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-};
+using Result = tpnf::test::CollectorResult;
 
 class CollectorTest : public testing::Test {
 protected:
@@ -126,48 +60,17 @@ protected:
     // Starts the collector with args; once it listens, sends the datagrams; waits for it to end.
     Result Run(std::vector<std::string> args, const std::vector<Bytes>& datagrams = {},
                bool waitForListen = true, const std::function<void()>& send = {}) {
-        const fs::path out = m_dir / "stdout.txt";
-        const fs::path err = m_dir / "stderr.txt";
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        args.insert(args.begin(), kCollector.string());
-        std::vector<char*> argv;
-        for (std::string& a : args)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        pid_t pid = 0;
-        const int spawned = posix_spawn(&pid, kCollector.c_str(), &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        Result result;
-        if (spawned != 0) {
-            ADD_FAILURE() << "cannot start " << kCollector;
-            return result;
-        }
-        const auto deadline = std::chrono::steady_clock::now() + 20s;
+        tpnf::test::CollectorProcess collector(m_dir);
+        if (!collector.Start(std::move(args)))
+            return Result();
         if (waitForListen) {
-            while (!PortTaken(m_port) && std::chrono::steady_clock::now() < deadline)
-                std::this_thread::sleep_for(10ms);
+            collector.WaitListening(m_port);
             for (const Bytes& datagram : datagrams)
                 m_sender.Send(m_port, datagram);
             if (send)
                 send();
         }
-        int status = 0;
-        while (waitpid(pid, &status, WNOHANG) == 0) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                kill(pid, SIGKILL);
-                waitpid(pid, &status, 0);
-                ADD_FAILURE() << "the collector did not end by itself";
-                break;
-            }
-            std::this_thread::sleep_for(10ms);
-        }
-        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        result.out = ReadFile(out);
-        result.err = ReadFile(err);
-        return result;
+        return collector.Wait();
     }
 
     std::string PortArg() const { return std::to_string(m_port); }
@@ -196,13 +99,7 @@ protected:
         };
     }
 
-    // The last line the collector wrote to stderr.
-    static std::string LastLine(const std::string& text) {
-        std::string trimmed = text;
-        while (!trimmed.empty() && trimmed.back() == '\n')
-            trimmed.pop_back();
-        return trimmed.substr(trimmed.rfind('\n') == std::string::npos ? 0 : trimmed.rfind('\n') + 1);
-    }
+    static std::string LastLine(const std::string& text) { return tpnf::test::LastLine(text); }
 
     fs::path m_dir;
     int m_port = FreePort();
@@ -321,7 +218,7 @@ TEST_F(CollectorTest, TraceDirectoryReceivesEachDatagramAsANumberedFile) {
     for (int n = 1; n <= 3; ++n) {
         const fs::path file = traces / ("nf_trace_" + std::to_string(n) + ".nfdmp");
         ASSERT_TRUE(fs::exists(file)) << file;
-        const std::string bytes = ReadFile(file);
+        const std::string bytes = tpnf::test::ReadWholeFile(file);
         EXPECT_EQ(Bytes(bytes.begin(), bytes.end()), datagrams[static_cast<size_t>(n - 1)]) << file;
     }
     EXPECT_NE(LastLine(r.err).find("3 traced, 0 trace failures"), std::string::npos) << r.err;

@@ -1,8 +1,11 @@
 #include "CollectorWnd.h"
 
-#include <cstdio>
+#include <chrono>
 #include <exception>
+#include <memory>
 
+#include "Console.h"
+#include "V9Store.h"
 #include "session/Messages.h"
 #include "util/TextConvert.h"
 
@@ -12,7 +15,7 @@ LRESULT CCollectorWnd::WindowProc(UINT message, WPARAM wParam, LPARAM lParam) {
         TakePackets();
         return 0;
     case WM_NETFLOW_ERROR:
-        ++m_nErrors;
+        ++m_counts.errors;
         return 0;
     default:
         return CWnd::WindowProc(message, wParam, lParam);
@@ -21,37 +24,29 @@ LRESULT CCollectorWnd::WindowProc(UINT message, WPARAM wParam, LPARAM lParam) {
 
 void CCollectorWnd::TakePackets() {
     m_session.GetPackets(m_batch);
+    if (m_batch.empty())
+        return;
+    static const CByteArray kNoDatagram;
+    const CByteArray* pDatagram = m_session.GetCurrentDatagram();
+    const CReceivedDatagram datagram{pDatagram != nullptr ? *pDatagram : kNoDatagram,
+                                     std::chrono::duration_cast<std::chrono::milliseconds>(
+                                         std::chrono::system_clock::now().time_since_epoch())
+                                         .count()};
     for (CTPAbstractPacket* pPacket : m_batch) {
-        ++m_nPackets;
-        ++m_packetsByProtocol[pPacket->GetProtocol()];
-        try {
-            m_printer.Print(*pPacket);
-        } catch (const std::exception& error) {
-            ++m_nRenderFailures;
-            std::fprintf(stderr, "nfcollect: could not render a %s packet: %s\n",
-                         tpnf::ToUtf8(pPacket->GetProtocol()).c_str(), error.what());
+        std::unique_ptr<CTPAbstractPacket> packet(pPacket);
+        ++m_counts.packets;
+        ++m_counts.byProtocol[packet->GetProtocol()];
+        if (m_printer.GetFormat() != OutputFormat::None) {
+            try {
+                m_console.Write(m_printer.Render(*packet));
+            } catch (const std::exception& error) {
+                ++m_counts.renderFailures;
+                m_console.Message("could not render a " + tpnf::ToUtf8(packet->GetProtocol()) +
+                                  " packet: " + error.what());
+            }
         }
-        if (m_bKeepUntilStop)
-            m_kept.push_back(pPacket);
-        else
-            delete pPacket;
+        if (m_pV9Store != nullptr)
+            m_pV9Store->Offer(packet, datagram);
     }
     m_batch.clear();
-}
-
-void CCollectorWnd::DeleteKeptExcept(const std::unordered_set<const CTPAbstractPacket*>& stillQueued) {
-    size_t kept = 0;
-    for (CTPAbstractPacket* pPacket : m_kept) {
-        if (stillQueued.count(pPacket))
-            m_kept[kept++] = pPacket;
-        else
-            delete pPacket;
-    }
-    m_kept.resize(kept);
-}
-
-void CCollectorWnd::DeleteKept() {
-    for (CTPAbstractPacket* pPacket : m_kept)
-        delete pPacket;
-    m_kept.clear();
 }

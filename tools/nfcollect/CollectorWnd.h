@@ -2,43 +2,40 @@
 
 #include <cstdint>
 #include <map>
-#include <unordered_set>
 
 #include "PacketPrinter.h"
 #include "session/NetFlowSession.h"
 #include "session/Wnd.h"
 
-// The collector's owner window: takes the packets on each WM_NETFLOW_PACKET, prints them, counts them by
-// protocol, and counts WM_NETFLOW_ERROR. Packets are deleted at once, or, with a database writer that
-// borrows them, kept until the writer has stored them.
+class CConsole;
+class CV9Store;
+
+// A worker's owner window: takes the packets on each WM_NETFLOW_PACKET, prints them, counts them by
+// protocol, hands them to the stores and counts WM_NETFLOW_ERROR. A packet a store keeps belongs to the
+// store from then on; every other packet is deleted at once.
 class CCollectorWnd : public CWnd {
 public:
-    CCollectorWnd(CNetFlowSession& session, CPacketPrinter& printer, bool keepUntilStop)
-        : m_session(session), m_printer(printer), m_bKeepUntilStop(keepUntilStop) {}
-    ~CCollectorWnd() override { DeleteKept(); }
+    CCollectorWnd(CNetFlowSession& session, OutputFormat format, CConsole& console, CV9Store* pV9Store)
+        : m_session(session), m_printer(format), m_console(console), m_pV9Store(pV9Store) {}
 
     LRESULT WindowProc(UINT message, WPARAM wParam, LPARAM lParam) override;
 
-    // Takes and prints what is still listed (the final drain after Stop).
+    // Takes, prints and stores what is listed (also the final drain after Stop).
     void TakePackets();
-    // Deletes the kept packets that the writer no longer holds.
-    void DeleteKeptExcept(const std::unordered_set<const CTPAbstractPacket*>& stillQueued);
-    void DeleteKept();
-    size_t GetKeptCount() const { return m_kept.size(); }
 
-    uint64_t GetPacketCount() const { return m_nPackets; }
-    uint64_t GetErrorCount() const { return m_nErrors; }
-    uint64_t GetRenderFailures() const { return m_nRenderFailures; }
-    const std::map<CString, uint64_t>& GetPacketsByProtocol() const { return m_packetsByProtocol; }
+    struct Counts {
+        uint64_t packets = 0;
+        uint64_t errors = 0;
+        uint64_t renderFailures = 0;
+        std::map<CString, uint64_t> byProtocol;
+    };
+    const Counts& GetCounts() const { return m_counts; }
 
 private:
     CNetFlowSession& m_session;
-    CPacketPrinter& m_printer;
-    bool m_bKeepUntilStop;
+    CPacketPrinter m_printer;
+    CConsole& m_console;
+    CV9Store* m_pV9Store;
     CArray<CTPAbstractPacket*, CTPAbstractPacket*> m_batch;
-    CArray<CTPAbstractPacket*, CTPAbstractPacket*> m_kept;
-    std::map<CString, uint64_t> m_packetsByProtocol;
-    uint64_t m_nPackets = 0;
-    uint64_t m_nErrors = 0;
-    uint64_t m_nRenderFailures = 0;
+    Counts m_counts;
 };

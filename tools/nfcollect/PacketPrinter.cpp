@@ -14,7 +14,7 @@ std::string Sender(const CTPAbstractPacket& packet) {
 
 } // namespace
 
-void CPacketPrinter::Print(CTPAbstractPacket& packet) {
+const std::string& CPacketPrinter::Render(CTPAbstractPacket& packet) {
     m_buffer.clear();
     switch (m_format) {
     case OutputFormat::Text:
@@ -27,9 +27,9 @@ void CPacketPrinter::Print(CTPAbstractPacket& packet) {
         PrintJson(packet);
         break;
     case OutputFormat::None:
-        return;
+        break;
     }
-    std::fwrite(m_buffer.data(), 1, m_buffer.size(), m_out);
+    return m_buffer;
 }
 
 void CPacketPrinter::PrintText(CTPAbstractPacket& packet) {

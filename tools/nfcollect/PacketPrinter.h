@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -9,7 +8,7 @@
 
 enum class OutputFormat { Text, Fields, Json, None };
 
-// Writes packets to a stream as UTF-8 in one of the output formats:
+// Renders packets as UTF-8 in one of the output formats:
 // - text: the packet's own rendering, "\n" line ends, a blank line after each packet;
 // - fields: per record a "# <protocol> <sender> record <i>" line, then NAME=value lines, then a blank line
 //   (a packet without records gets one "# <protocol> <sender> no records" line); backslashes and control
@@ -17,9 +16,11 @@ enum class OutputFormat { Text, Fields, Json, None };
 // - json: one object per packet per line.
 class CPacketPrinter {
 public:
-    CPacketPrinter(OutputFormat format, std::FILE* out) : m_format(format), m_out(out) {}
+    explicit CPacketPrinter(OutputFormat format) : m_format(format) {}
 
-    void Print(CTPAbstractPacket& packet);
+    OutputFormat GetFormat() const { return m_format; }
+    // The packet's output; empty for the none format. Valid until the next call.
+    const std::string& Render(CTPAbstractPacket& packet);
 
     static void AppendJsonString(std::string& out, std::string_view utf8);
     static void AppendFieldValue(std::string& out, std::string_view utf8);
@@ -30,7 +31,6 @@ private:
     void PrintJson(CTPAbstractPacket& packet);
 
     OutputFormat m_format;
-    std::FILE* m_out;
     std::string m_buffer; // reused for every packet
     CUIntArray m_ids;
     CStringArray m_values;

@@ -1,0 +1,84 @@
+#include "CollectorOptions.h"
+
+#include "common/CommandLine.h"
+
+void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
+    app.set_config("--config", "",
+                   "read options from this file (TOML, or INI: one 'name = value' line per option, names\n"
+                   "as below without the dashes); options on the command line override it");
+    app.allow_config_extras(false); // a misspelt option in the file is an error, not a silent default
+    app.add_flag("--dump-config", options.dumpConfig,
+                 "print the effective configuration (file and command line together) in the file\n"
+                 "format, every option described, and exit")
+        ->configurable(false);
+
+    app.add_option("-p,--port", options.port,
+                   "UDP port to listen on, on all IPv4 addresses (0: any free port)")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 65535));
+
+    app.add_option("-f,--format", options.format,
+                   "output per packet: text (the packet's rendering), fields (NAME=value lines per record),\n"
+                   "json (one object per packet per line) or none")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"text", "fields", "json", "none"}))
+        ->group("Output");
+    app.add_flag("-t,--trace", options.trace,
+                 "trace mode: write every datagram raw to nf_trace_<n>.nfdmp in the trace directory\n"
+                 "instead of decoding it (n counts from 1)")
+        ->group("Output");
+    app.add_option("--trace-dir", options.traceDir,
+                   "trace directory, created if missing (implies --trace; default: $TP_PDU_TRACE_DIR,\n"
+                   "else the current directory)")
+        ->run_callback_for_default()
+        ->group("Output");
+    app.add_flag("-q,--quiet", options.quiet, "no start line and no statistics lines on stderr")
+        ->group("Output");
+    app.add_option("--stats-interval", options.statsInterval,
+                   "seconds between statistics lines when stderr is not a terminal (a pipe, the journal);\n"
+                   "no line while nothing has changed; on a terminal one line is rewritten every second")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber)
+        ->group("Output");
+
+    app.add_option("--dsn", options.dsn,
+                   "store NetFlow v9 records in this ODBC data source (odbc.ini name);\n"
+                   "tables netflow_records, netflow_attributes, netflow_record_id are\n"
+                   "created when missing")
+        ->run_callback_for_default()
+        ->group("Storage");
+    app.add_option(
+           "--db", options.db,
+           "store NetFlow v9 records in this SQLite file (created when missing, WAL journal), through\n"
+           "the SQLite ODBC driver; no ODBC set-up needed")
+        ->run_callback_for_default()
+        ->group("Storage");
+    app.add_option("--max-queue", options.maxQueue,
+                   "records each store may hold while its database is behind or unavailable (about 0.3 KB\n"
+                   "each); datagrams beyond it are spilled, never dropped")
+        ->capture_default_str()
+        ->check(CLI::Range(uint64_t{1}, uint64_t{1} << 40))
+        ->group("Storage");
+    app.add_option("--spill-dir", options.spillDir,
+                   "where datagrams that a store cannot queue are written as numbered trace files, one\n"
+                   "subdirectory per store (default: <database file>.spill beside the SQLite file, else\n"
+                   "./nfcollect.spill)")
+        ->run_callback_for_default()
+        ->group("Storage");
+
+    app.add_option("-c,--count", options.count, "stop after this many datagrams (0: no limit)")
+        ->capture_default_str()
+        ->check(tpnf::tools::CountValidator())
+        ->group("Operation");
+    app.add_option("-d,--duration", options.duration, "stop after this many seconds (0: no limit)")
+        ->capture_default_str()
+        ->check(CLI::NonNegativeNumber)
+        ->group("Operation");
+
+    // Checked after the configuration file and the command line are merged: a file may name both
+    // options, one of them empty.
+    app.callback([&options] {
+        if (!options.db.empty() && !options.dsn.empty())
+            throw CLI::ValidationError("--db", "excludes --dsn: store in a SQLite file or in a data source");
+    });
+}

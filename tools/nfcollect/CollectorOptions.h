@@ -1,0 +1,27 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <cstdint>
+#include <string>
+
+// Everything nfcollect can be told, on the command line or in a configuration file.
+struct CollectorOptions {
+    int port = 2055;
+    std::string format = "text";
+    uint64_t count = 0;
+    double duration = 0;
+    bool trace = false;
+    std::string traceDir;
+    std::string dsn;
+    std::string db;
+    bool quiet = false;
+    double statsInterval = 60;
+    uint64_t maxQueue = 1000000;
+    std::string spillDir;
+    bool dumpConfig = false;
+};
+
+// Declares every option on app, with --config FILE (TOML or INI; the command line overrides it) and
+// --dump-config (prints the effective configuration, with every option described, and exits).
+void AddCollectorOptions(CLI::App& app, CollectorOptions& options);

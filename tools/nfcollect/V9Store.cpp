@@ -1,0 +1,229 @@
+#include "V9Store.h"
+
+#include <chrono>
+#include <vector>
+
+#include "Console.h"
+#include "netflow9/NetFlowPacketV9.h"
+#include "session/Messages.h"
+#include "session/NetFlowDatabase.h"
+#include "util/TextConvert.h"
+
+namespace {
+
+// The records a packet writes as rows; 0 for the kinds whose PrepareSQL writes nothing.
+uint64_t RowsOf(const CTPAbstractPacket& packet) {
+    if (dynamic_cast<const CNetFlowPacketV9*>(&packet) != nullptr)
+        return static_cast<uint64_t>(packet.GetSize());
+    return 0;
+}
+
+// Driver texts end with a line break.
+std::string Trimmed(const CString& text) {
+    std::string utf8 = tpnf::ToUtf8(text);
+    while (!utf8.empty() && (utf8.back() == '\n' || utf8.back() == '\r' || utf8.back() == ' '))
+        utf8.pop_back();
+    return utf8;
+}
+
+} // namespace
+
+LRESULT CV9Store::CWriterWindow::WindowProc(UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == WM_NETFLOW_DB_OPENED)
+        m_open = EOpen::Opened;
+    else if (message == WM_NETFLOW_DB_OPEN_FAILED)
+        m_open = EOpen::Failed;
+    return CNetFlowSession::WindowProc(message, wParam, lParam);
+}
+
+CV9Store::CV9Store(const CString& dsn, uint64_t maxQueue, std::filesystem::path spillDir, CConsole& console,
+                   asio::io_context& controlLoop)
+    : CStore("database", "packets", maxQueue, std::move(spillDir), console), m_strDSN(dsn) {
+    m_window.CreateEx(controlLoop, L"NetFlowSessionWnd");
+}
+
+CV9Store::~CV9Store() {
+    // Finish ended the writer; a writer still running here would report to a window that is gone.
+    if (m_pWriter != nullptr)
+        EndWriter();
+}
+
+void CV9Store::Start() {
+    StartWriter();
+}
+
+void CV9Store::StartWriter() {
+    m_window.m_open = CWriterWindow::EOpen::Pending;
+    CNetFlowDatabase* pWriter = CNetFlowDatabase::BeginThread();
+    pWriter->m_pSession = &m_window;
+    pWriter->m_strDSN = m_strDSN;
+    {
+        std::lock_guard<std::mutex> lock(m_lock);
+        m_pWriter = pWriter;
+        m_nHanded = 0;
+    }
+    m_writerExit = pWriter->m_hThread;
+    m_state = EState::Opening;
+    pWriter->PostThreadMessage(WM_NETFLOW_DB_OPEN, 0, 0);
+}
+
+void CV9Store::EndWriter() {
+    CNetFlowDatabase* pWriter;
+    {
+        std::lock_guard<std::mutex> lock(m_lock);
+        pWriter = m_pWriter;
+        m_pWriter = nullptr;
+        m_nHanded = 0;
+    }
+    if (pWriter != nullptr)
+        pWriter->PostThreadMessage(WM_NETFLOW_DB_QUIT, 0, 0); // it deletes itself after its goodbye
+}
+
+bool CV9Store::WriterGone() const {
+    return !m_writerExit.valid() ||
+           m_writerExit.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+}
+
+void CV9Store::HandAll() {
+    std::lock_guard<std::mutex> lock(m_lock);
+    for (size_t i = m_nHanded; i < m_queue.size(); ++i)
+        m_pWriter->AddPacket(m_queue[i].packet.get());
+    m_nHanded = m_queue.size();
+    m_state = EState::Healthy;
+}
+
+bool CV9Store::Collect(CString& error) {
+    std::vector<Entry> stored;
+    bool healthy;
+    {
+        std::lock_guard<std::mutex> lock(m_lock);
+        if (m_pWriter == nullptr)
+            return true;
+        const size_t queued = m_pWriter->GetQueuedCount();
+        const size_t done = queued < m_nHanded ? m_nHanded - queued : 0;
+        for (size_t i = 0; i < done; ++i) {
+            stored.push_back(std::move(m_queue.front()));
+            m_queue.pop_front();
+        }
+        m_nHanded -= done;
+        std::lock_guard<std::recursive_mutex> writerLock(m_pWriter->m_Lock);
+        healthy = m_pWriter->m_bStatusOK != FALSE;
+        if (!healthy)
+            error = m_pWriter->m_strLastError;
+    }
+    uint64_t records = 0;
+    for (const Entry& entry : stored)
+        records += entry.records;
+    CountStored(stored.size(), records);
+    return healthy;
+}
+
+void CV9Store::Offer(std::unique_ptr<CTPAbstractPacket>& packet, const CReceivedDatagram& datagram) {
+    const uint64_t records = RowsOf(*packet);
+    if (records == 0) {
+        m_nStoredPackets.fetch_add(1); // nothing to write: stored as it is
+        return;
+    }
+    if (!Admit(records)) {
+        Spill(*packet, datagram);
+        return;
+    }
+    std::lock_guard<std::mutex> lock(m_lock);
+    Entry& entry =
+        m_queue.emplace_back(Entry{std::move(packet), datagram.bytes, datagram.timeReceived, records});
+    if (m_pWriter != nullptr && m_state == EState::Healthy) {
+        m_pWriter->AddPacket(entry.packet.get());
+        ++m_nHanded;
+    }
+}
+
+bool CV9Store::Supervise() {
+    switch (m_state.load()) {
+    case EState::Opening:
+        if (m_window.m_open == CWriterWindow::EOpen::Opened) {
+            m_bEverOpened = true;
+            HandAll();
+            Recovered();
+        } else if (m_window.m_open == CWriterWindow::EOpen::Failed) {
+            CString error;
+            {
+                std::lock_guard<std::recursive_mutex> writerLock(m_pWriter->m_Lock);
+                error = m_pWriter->m_strLastError;
+            }
+            EndWriter();
+            if (!m_bEverOpened) {
+                m_state = EState::Finished;
+                m_strFatal = Trimmed(error);
+                return false;
+            }
+            Failed(Trimmed(error));
+        }
+        break;
+    case EState::Healthy: {
+        CString error;
+        if (!Collect(error)) {
+            EndWriter();
+            Failed(Trimmed(error));
+            break;
+        }
+        std::lock_guard<std::mutex> lock(m_lock);
+        if (m_nHanded > 0)
+            m_pWriter->PostThreadMessage(WM_NETFLOW_DB_WRITE, 0, 0);
+        break;
+    }
+    case EState::Failed:
+        if (RetryDue() && WriterGone()) {
+            m_nRetries.fetch_add(1);
+            StartWriter();
+        }
+        break;
+    case EState::Finished:
+        break;
+    }
+    return true;
+}
+
+bool CV9Store::Finish() {
+    if (!m_bFinishing) {
+        m_bFinishing = true;
+        if (m_state == EState::Failed)
+            RetryNow(); // one more attempt at once rather than after the backoff
+    }
+    const EState before = m_state;
+    if (before != EState::Finished && !Supervise())
+        SpillRest();
+    const EState now = m_state;
+    if (now == EState::Healthy) {
+        bool empty;
+        {
+            std::lock_guard<std::mutex> lock(m_lock);
+            empty = m_queue.empty();
+        }
+        if (empty) {
+            EndWriter();
+            m_state = EState::Finished;
+        }
+    } else if (now == EState::Failed && before != EState::Failed) {
+        if (m_bRetriedAtFinish) {
+            SpillRest();
+        } else {
+            m_bRetriedAtFinish = true;
+            RetryNow();
+        }
+    }
+    if (m_state == EState::Finished)
+        SpillRest(); // what arrived after a failed first open, too
+    return m_state == EState::Finished && WriterGone();
+}
+
+void CV9Store::SpillRest() {
+    std::deque<Entry> rest;
+    {
+        std::lock_guard<std::mutex> lock(m_lock);
+        rest.swap(m_queue);
+        m_nHanded = 0;
+    }
+    for (const Entry& entry : rest)
+        SpillAtEnd(entry.datagram, *entry.packet, entry.timeReceived, entry.records);
+    m_state = EState::Finished;
+}

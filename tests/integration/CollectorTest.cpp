@@ -39,6 +39,7 @@ using tpnf::test::ByteBuilder;
 using tpnf::test::FreePort;
 using tpnf::test::kReplay;
 using tpnf::test::NetFlowV9Datagram;
+using tpnf::test::Query;
 using tpnf::test::Sender;
 using tpnf::test::V9Header;
 using Bytes = std::vector<uint8_t>;
@@ -225,17 +226,6 @@ TEST_F(CollectorTest, TraceDirectoryReceivesEachDatagramAsANumberedFile) {
 }
 
 // The rows are read back with the sqlite3 shell.
-std::string Query(const fs::path& db, const std::string& sql) {
-    const std::string command = "sqlite3 -separator '|' '" + db.string() + "' \"" + sql + "\"";
-    std::string output;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-        char buffer[512];
-        while (fgets(buffer, sizeof buffer, pipe))
-            output += buffer;
-        pclose(pipe);
-    }
-    return output;
-}
 
 TEST_F(CollectorTest, DatabaseFileReceivesTheV9Records) {
     const fs::path db = m_dir / "flows.sqlite";

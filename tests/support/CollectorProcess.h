@@ -103,6 +103,19 @@ private:
     int m_port = 0;
 };
 
+// What the sqlite3 shell prints for a query on the file, rows as a|b|c lines.
+inline std::string Query(const std::filesystem::path& db, const std::string& sql) {
+    const std::string command = "sqlite3 -separator '|' '" + db.string() + "' \"" + sql + "\"";
+    std::string output;
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+        char buffer[512];
+        while (fgets(buffer, sizeof buffer, pipe))
+            output += buffer;
+        pclose(pipe);
+    }
+    return output;
+}
+
 struct CollectorResult {
     int exitCode = -1;
     std::string out;

@@ -230,7 +230,7 @@ void CCollector::Finish() {
     if (m_pV9Store) {
         Clock::time_point nextReport = Clock::now() + std::chrono::seconds(1);
         while (!m_pV9Store->Finish()) {
-            if (Clock::now() >= nextReport) {
+            if (Clock::now() >= nextReport && m_pV9Store->GetSnapshot().waitingPackets > 0) {
                 m_console.Message("waiting for the database writer to store " +
                                   std::to_string(m_pV9Store->GetSnapshot().waitingPackets) + " packets");
                 nextReport += std::chrono::seconds(5);

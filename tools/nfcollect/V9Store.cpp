@@ -4,6 +4,9 @@
 #include <vector>
 
 #include "Console.h"
+#include "corelib/DBException.h"
+#include "corelib/Database.h"
+#include "corelib/ODBCRecordset.h"
 #include "netflow9/NetFlowPacketV9.h"
 #include "session/Messages.h"
 #include "session/NetFlowDatabase.h"
@@ -18,12 +21,19 @@ uint64_t RowsOf(const CTPAbstractPacket& packet) {
     return 0;
 }
 
-// Driver texts end with a line break.
-std::string Trimmed(const CString& text) {
-    std::string utf8 = tpnf::ToUtf8(text);
-    while (!utf8.empty() && (utf8.back() == '\n' || utf8.back() == '\r' || utf8.back() == ' '))
-        utf8.pop_back();
-    return utf8;
+// Driver texts span lines and end with a line break; a message stays one line.
+std::string OneLine(const CString& text) {
+    std::string line;
+    for (char c : tpnf::ToUtf8(text)) {
+        const bool space = c == '\n' || c == '\r' || c == '\t' || c == ' ';
+        if (!space)
+            line += c;
+        else if (!line.empty() && line.back() != ' ')
+            line += ' ';
+    }
+    while (!line.empty() && line.back() == ' ')
+        line.pop_back();
+    return line;
 }
 
 } // namespace
@@ -84,6 +94,32 @@ bool CV9Store::WriterGone() const {
            m_writerExit.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
 }
 
+// A failure between a write's commit and the storing of the advanced id leaves the id row behind the
+// rows; the ids then continue after the highest stored one, so that what waited does not collide with
+// what was stored. Any failure here is met again by the writer, which reports it.
+void CV9Store::RepairRecordId() {
+    try {
+        CDatabase database;
+        database.OpenEx(L"DSN=" + m_strDSN);
+        CODBCRecordset highest(&database);
+        highest.Open(L"select max(record_id) as v from netflow_records");
+        if (highest.HasRows() && !highest.Field(L"v").IsNull()) {
+            const int64_t next = highest.Field(L"v").AsBigInt() + 1;
+            highest.Close();
+            CODBCRecordset stored(&database);
+            stored.Open(L"select record_id from netflow_record_id");
+            if (stored.HasRows() && stored.Field(L"record_id").AsBigInt() < next) {
+                stored.Close();
+                database.ExecuteSQL(L"update netflow_record_id set record_id = " + std::to_wstring(next));
+                m_console.Message("record ids continue from " + std::to_string(next) +
+                                  ", after the highest stored one");
+            }
+        }
+        database.Close();
+    } catch (const CDBException&) {
+    }
+}
+
 void CV9Store::HandAll() {
     std::lock_guard<std::mutex> lock(m_lock);
     for (size_t i = m_nHanded; i < m_queue.size(); ++i)
@@ -141,6 +177,8 @@ bool CV9Store::Supervise() {
     switch (m_state.load()) {
     case EState::Opening:
         if (m_window.m_open == CWriterWindow::EOpen::Opened) {
+            if (m_bEverOpened)
+                RepairRecordId();
             m_bEverOpened = true;
             HandAll();
             Recovered();
@@ -153,17 +191,17 @@ bool CV9Store::Supervise() {
             EndWriter();
             if (!m_bEverOpened) {
                 m_state = EState::Finished;
-                m_strFatal = Trimmed(error);
+                m_strFatal = OneLine(error);
                 return false;
             }
-            Failed(Trimmed(error));
+            Failed(OneLine(error));
         }
         break;
     case EState::Healthy: {
         CString error;
         if (!Collect(error)) {
             EndWriter();
-            Failed(Trimmed(error));
+            Failed(OneLine(error));
             break;
         }
         std::lock_guard<std::mutex> lock(m_lock);

@@ -55,6 +55,7 @@ private:
     // Deletes what the writer has stored; false when it has turned unhealthy.
     bool Collect(CString& error);
     void HandAll();
+    void RepairRecordId();
     // At the end: every packet still waiting goes to the spill directory.
     void SpillRest();
 

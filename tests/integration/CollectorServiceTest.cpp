@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <regex>
 #include <string>
 #include <thread>
@@ -165,6 +168,73 @@ TEST_F(CollectorServiceTest, HangUpMakesAMovedTraceDirectoryAgain) {
     EXPECT_TRUE(fs::exists(traces / "nf_trace_2.nfdmp"));
     EXPECT_NE(r.err.find("nfcollect: SIGHUP: output directories reopened\n"), std::string::npos) << r.err;
     EXPECT_NE(tpnf::test::LastLine(r.err).find("2 traced, 0 trace failures"), std::string::npos) << r.err;
+}
+
+// What curl reads from the endpoint, the sample lines only, by series.
+std::map<std::string, std::string> Scrape(int port) {
+    std::map<std::string, std::string> samples;
+    const std::string command = "curl -sf http://127.0.0.1:" + std::to_string(port) + "/metrics";
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return samples;
+    char buffer[1024];
+    while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) {
+        std::string line(buffer);
+        if (line.empty() || line[0] == '#')
+            continue;
+        while (!line.empty() && line.back() == '\n')
+            line.pop_back();
+        const size_t space = line.rfind(' ');
+        samples[line.substr(0, space)] = line.substr(space + 1);
+    }
+    pclose(pipe);
+    return samples;
+}
+
+// The endpoint's port, from the line the collector prints when it starts.
+int MetricsPort(CollectorProcess& collector) {
+    const std::regex announced("metrics at http://127\\.0\\.0\\.1:([0-9]+)/metrics");
+    for (int i = 0; i < 500; ++i) {
+        std::smatch match;
+        const std::string err = collector.Err();
+        if (std::regex_search(err, match, announced))
+            return std::stoi(match[1].str());
+        std::this_thread::sleep_for(10ms);
+    }
+    return 0;
+}
+
+TEST_F(CollectorServiceTest, MetricsCountKnownTrafficPerExporterProtocolAndStore) {
+    const fs::path db = m_dir / "flows.sqlite";
+    CollectorProcess collector(m_dir);
+    ASSERT_TRUE(collector.Start({"--port", Port(), "--format", "none", "--metrics", "127.0.0.1:0", "--db",
+                                 db.string(), "--duration", "30"}));
+    ASSERT_TRUE(collector.WaitListening(m_port));
+    const int metricsPort = MetricsPort(collector);
+    ASSERT_GT(metricsPort, 0) << collector.Err();
+    const std::string command = tpnf::test::kReplay.string() + " --quiet --port " + Port() +
+                                " --sample v5 --sample v9 --count 10 --rate 1000 > /dev/null";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    const std::string exporter = "exporter=\"127.0.0.1\"";
+    std::map<std::string, std::string> samples;
+    for (int i = 0; i < 100; ++i) { // the store's figures follow once a second
+        samples = Scrape(metricsPort);
+        if (samples["nfcollect_stored_records_total{store=\"database\"}"] == "100")
+            break;
+        std::this_thread::sleep_for(50ms);
+    }
+    EXPECT_EQ(samples["nfcollect_datagrams_total{" + exporter + ",protocol=\"NetFlow v5\"}"], "5");
+    EXPECT_EQ(samples["nfcollect_datagrams_total{" + exporter + ",protocol=\"NetFlow v9\"}"], "5");
+    EXPECT_EQ(samples["nfcollect_records_total{" + exporter + ",protocol=\"NetFlow v5\"}"], "150");
+    EXPECT_EQ(samples["nfcollect_records_total{" + exporter + ",protocol=\"NetFlow v9\"}"], "100");
+    EXPECT_EQ(samples["nfcollect_decode_errors_total{" + exporter + "}"], "0");
+    EXPECT_EQ(samples["nfcollect_stored_records_total{store=\"database\"}"], "100");
+    EXPECT_EQ(samples["nfcollect_store_queue_records{store=\"database\"}"], "0");
+    EXPECT_EQ(samples["nfcollect_store_healthy{store=\"database\"}"], "1");
+    EXPECT_EQ(samples["nfcollect_spilled_datagrams_total{store=\"database\"}"], "0");
+    EXPECT_EQ(samples["nfcollect_receive_buffer_lost_total"], "0");
+    collector.Signal(SIGTERM);
+    EXPECT_EQ(collector.Wait().exitCode, 0);
 }
 
 } // namespace

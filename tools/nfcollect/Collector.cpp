@@ -76,6 +76,15 @@ int CCollector::Run() {
 }
 
 bool CCollector::Start() {
+    if (!m_options.metrics.empty()) {
+        std::string error;
+        m_pMetrics = CMetrics::Create(m_options.metrics, error);
+        if (!m_pMetrics) {
+            m_console.Message("cannot serve metrics on " + m_options.metrics + ": " + error);
+            m_nExitCode = 1;
+            return false;
+        }
+    }
     const fs::path spillDir = DefaultSpillDir(m_options);
     if (!m_options.dsn.empty())
         m_pV9Store = std::make_unique<CV9Store>(tpnf::FromUtf8(m_options.dsn), m_options.maxQueue,
@@ -87,6 +96,7 @@ bool CCollector::Start() {
     settings.format = ParseFormat(m_options.format);
     settings.pConsole = &m_console;
     settings.pV9Store = m_pV9Store.get();
+    settings.pMetrics = m_pMetrics.get();
     if (m_options.count > 0)
         settings.onDatagram = [this] {
             if (m_nDatagrams.fetch_add(1) + 1 < m_options.count)
@@ -117,6 +127,10 @@ bool CCollector::Start() {
         else
             m_console.Message("listening on UDP port " + std::to_string(port) + ", " + m_options.format +
                               " output");
+        if (m_pMetrics)
+            m_console.Message("metrics at http://" +
+                              m_options.metrics.substr(0, m_options.metrics.rfind(':') + 1) +
+                              std::to_string(m_pMetrics->GetPort()) + "/metrics");
     }
     WaitForSignals();
     WaitForHangUp();
@@ -185,6 +199,7 @@ void CCollector::ScheduleStats() {
             worker->RequestSnapshot();
         const std::string line = StatsLine();
         Notify(("STATUS=" + line).c_str());
+        UpdateMetrics();
         if (!m_options.quiet) {
             const Clock::time_point now = Clock::now();
             if (m_console.IsTerminal()) {
@@ -259,6 +274,13 @@ void CCollector::Finish() {
     char elapsed[32];
     std::snprintf(elapsed, sizeof elapsed, "%.1f", seconds);
     m_console.Message(std::string("stopped after ") + elapsed + " s: " + StatsLine());
+}
+
+void CCollector::UpdateMetrics() {
+    if (!m_pMetrics)
+        return;
+    if (m_pV9Store)
+        m_pMetrics->SetStore(m_pV9Store->GetName(), m_pV9Store->GetSnapshot());
 }
 
 std::string CCollector::StatsLine() {

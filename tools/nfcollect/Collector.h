@@ -12,6 +12,7 @@
 
 #include "CollectorOptions.h"
 #include "Console.h"
+#include "Metrics.h"
 #include "V9Store.h"
 #include "Worker.h"
 
@@ -41,6 +42,8 @@ private:
     void WaitForHangUp();
     void Notify(const char* state); // systemd, when it started us
 
+    // Brings the metrics that mirror the collector's own figures up to date.
+    void UpdateMetrics();
     // Figures of every worker and store, as one line.
     std::string StatsLine();
 
@@ -53,6 +56,7 @@ private:
     asio::steady_timer m_statsTimer;
     asio::steady_timer m_durationTimer;
 
+    std::unique_ptr<CMetrics> m_pMetrics;
     std::unique_ptr<CV9Store> m_pV9Store;
     std::vector<std::unique_ptr<CWorker>> m_workers;
 

@@ -66,6 +66,11 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
         ->run_callback_for_default()
         ->group("Storage");
 
+    app.add_option("--metrics", options.metrics,
+                   "serve Prometheus metrics at http://[ADDRESS:]PORT/metrics (e.g. 9100 for every address,\n"
+                   "127.0.0.1:9100 for this machine only, [::1]:9100)")
+        ->run_callback_for_default()
+        ->group("Operation");
     app.add_option("-c,--count", options.count, "stop after this many datagrams (0: no limit)")
         ->capture_default_str()
         ->check(tpnf::tools::CountValidator())

@@ -19,6 +19,7 @@ struct CollectorOptions {
     double statsInterval = 60;
     uint64_t maxQueue = 1000000;
     std::string spillDir;
+    std::string metrics;
     bool dumpConfig = false;
 };
 

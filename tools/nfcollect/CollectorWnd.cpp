@@ -1,5 +1,6 @@
 #include "CollectorWnd.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <memory>
@@ -35,7 +36,11 @@ void CCollectorWnd::TakePackets() {
     for (CTPAbstractPacket* pPacket : m_batch) {
         std::unique_ptr<CTPAbstractPacket> packet(pPacket);
         ++m_counts.packets;
-        ++m_counts.byProtocol[packet->GetProtocol()];
+        const CString protocol = packet->GetProtocol();
+        ++m_counts.byProtocol[protocol];
+        if (m_pCounters)
+            m_pCounters->Packet(packet->GetSenderIPAddress(), protocol,
+                                static_cast<uint64_t>(std::max<int64_t>(0, packet->GetSize())));
         if (m_printer.GetFormat() != OutputFormat::None) {
             try {
                 m_console.Write(m_printer.Render(*packet));

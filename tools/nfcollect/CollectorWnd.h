@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 
+#include "Metrics.h"
 #include "PacketPrinter.h"
 #include "session/NetFlowSession.h"
 #include "session/Wnd.h"
@@ -15,8 +16,10 @@ class CV9Store;
 // store from then on; every other packet is deleted at once.
 class CCollectorWnd : public CWnd {
 public:
-    CCollectorWnd(CNetFlowSession& session, OutputFormat format, CConsole& console, CV9Store* pV9Store)
-        : m_session(session), m_printer(format), m_console(console), m_pV9Store(pV9Store) {}
+    CCollectorWnd(CNetFlowSession& session, OutputFormat format, CConsole& console, CV9Store* pV9Store,
+                  CMetrics* pMetrics)
+        : m_session(session), m_printer(format), m_console(console), m_pV9Store(pV9Store),
+          m_pCounters(pMetrics != nullptr ? pMetrics->NewWorkerCounters() : nullptr) {}
 
     LRESULT WindowProc(UINT message, WPARAM wParam, LPARAM lParam) override;
 
@@ -36,6 +39,7 @@ private:
     CPacketPrinter m_printer;
     CConsole& m_console;
     CV9Store* m_pV9Store;
+    std::unique_ptr<CMetrics::CWorkerCounters> m_pCounters;
     CArray<CTPAbstractPacket*, CTPAbstractPacket*> m_batch;
     Counts m_counts;
 };

@@ -28,6 +28,7 @@ public:
         OutputFormat format = OutputFormat::Text;
         CConsole* pConsole = nullptr;
         CV9Store* pV9Store = nullptr;
+        CMetrics* pMetrics = nullptr;
         // After every datagram, on the worker's thread; true: this loop stops receiving at once.
         std::function<bool()> onDatagram;
     };

@@ -3,6 +3,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include <malloc.h>
+
+#include <memory>
+#include <vector>
+
 #include "netflow9/NetFlowPacketV9.h"
 #include "support/ByteBuilder.h"
 #include "support/NetFlowV9Datagram.h"
@@ -109,6 +114,28 @@ void BM_GetRecordFieldsV9(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kRecords);
 }
 BENCHMARK(BM_GetRecordFieldsV9);
+
+// Heap a decoded packet holds per record while it is kept (as a store's queue keeps it), plus the raw
+// datagram a store keeps beside it for spilling: what bench/loopback/store_memory's growth compares with.
+void BM_HeldBytesPerRecordV9(benchmark::State& state) {
+    const CByteArray& data = StoredTemplateAndData();
+    constexpr int kKept = 1000;
+    double held = 0;
+    for (auto _ : state) {
+        const size_t before = mallinfo2().uordblks;
+        std::vector<std::unique_ptr<CNetFlowPacketV9>> kept;
+        kept.reserve(kKept);
+        for (int i = 0; i < kKept; ++i) {
+            kept.push_back(std::make_unique<CNetFlowPacketV9>());
+            kept.back()->Decode(data);
+        }
+        held = static_cast<double>(mallinfo2().uordblks - before) / (kKept * kRecords);
+        benchmark::DoNotOptimize(kept);
+    }
+    state.counters["packet_bytes/record"] = held;
+    state.counters["datagram_bytes/record"] = static_cast<double>(data.size()) / kRecords;
+}
+BENCHMARK(BM_HeldBytesPerRecordV9)->Iterations(3);
 
 } // namespace
 

@@ -128,7 +128,7 @@ $dev_list'"
 
 dpkg -x "$runtime" "$root"
 dpkg -x "$dev" "$root"
-for program in nfcollect nfreplay; do
+for program in $(ls "$root/usr/bin"); do
     check "$program is stripped" bash -c "! file '$root/usr/bin/$program' | grep -q 'not stripped'"
     check "$program finds every library" \
         bash -c "! LD_LIBRARY_PATH='$root/$libdir' ldd '$root/usr/bin/$program' | grep -q 'not found'"
@@ -137,11 +137,14 @@ check "nfcollect uses the unpacked library" \
     bash -c "LD_LIBRARY_PATH='$root/$libdir' ldd '$root/usr/bin/nfcollect' | grep -q '=> $root/$libdir/libtp_netflowlib.so.1 '"
 
 echo "== man pages"
-for program in nfcollect nfreplay; do
+programs=$(ls "$root/usr/bin")
+check "the programs are nfcollect, nfreplay and nftop when built" \
+    grep -qxE 'nfcollect nfreplay( nftop)?' <<<"$(echo $programs)"
+for program in $programs; do
     page=$root/usr/share/man/man1/$program.1.gz
     check "$program.1.gz is gzip" gzip -t "$page"
     check "$program.1 has its title" bash -c "zcat '$page' | grep -q '^\\.TH ${program^^} \"1\"'"
-    check "$program.1 documents its options" bash -c "zcat '$page' | grep -qF -- '\\-\\-port'"
+    check "$program.1 documents its options" bash -c "zcat '$page' | grep -qF -- '\\-\\-help'"
     check "$program.1 renders without warnings" \
         bash -c "[ -z \"\$(MANWIDTH=80 man --warnings -E UTF-8 -l -Tutf8 -Z '$page' 2>&1 >/dev/null)\" ]"
 done

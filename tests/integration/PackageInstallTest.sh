@@ -53,7 +53,7 @@ echo "== cpack"
 runtime=$work/debs/tp-netflowlib_${version}_${arch}.deb
 dev=$work/debs/tp-netflowlib-dev_${version}_${arch}.deb
 expect_equal "exactly the two packages" "tp-netflowlib-dev_${version}_${arch}.deb
-tp-netflowlib_${version}_${arch}.deb" "$(cd "$work/debs" && ls -1 ./*.deb | sed 's#^\./##')"
+tp-netflowlib_${version}_${arch}.deb" "$(cd "$work/debs" && printf '%s\n' *.deb)"
 [ -f "$runtime" ] && [ -f "$dev" ] || exit 1
 
 echo "== control fields"
@@ -128,7 +128,9 @@ $dev_list'"
 
 dpkg -x "$runtime" "$root"
 dpkg -x "$dev" "$root"
-for program in $(ls "$root/usr/bin"); do
+programs=()
+for path in "$root"/usr/bin/*; do programs+=("$(basename "$path")"); done
+for program in "${programs[@]}"; do
     check "$program is stripped" bash -c "! file '$root/usr/bin/$program' | grep -q 'not stripped'"
     check "$program finds every library" \
         bash -c "! LD_LIBRARY_PATH='$root/$libdir' ldd '$root/usr/bin/$program' | grep -q 'not found'"
@@ -137,10 +139,9 @@ check "nfcollect uses the unpacked library" \
     bash -c "LD_LIBRARY_PATH='$root/$libdir' ldd '$root/usr/bin/nfcollect' | grep -q '=> $root/$libdir/libtp_netflowlib.so.1 '"
 
 echo "== man pages"
-programs=$(ls "$root/usr/bin")
 check "the programs are nfcollect, nfreplay and nftop when built" \
-    grep -qxE 'nfcollect nfreplay( nftop)?' <<<"$(echo $programs)"
-for program in $programs; do
+    grep -qxE 'nfcollect nfreplay( nftop)?' <<<"${programs[*]}"
+for program in "${programs[@]}"; do
     page=$root/usr/share/man/man1/$program.1.gz
     check "$program.1.gz is gzip" gzip -t "$page"
     check "$program.1 has its title" bash -c "zcat '$page' | grep -q '^\\.TH ${program^^} \"1\"'"
@@ -159,8 +160,12 @@ if command -v systemd-analyze >/dev/null; then
     # The program and the man page are looked up in the scratch root.
     mkdir -p "$work/unit"
     sed "s#^ExecStart=/usr/bin/#ExecStart=$root/usr/bin/#" "$unit" >"$work/unit/nfcollect.service"
-    verify=$(MANPATH=$root/usr/share/man systemd-analyze verify "$work/unit/nfcollect.service" 2>&1) &&
-        [ -z "$verify" ] && echo "ok: systemd-analyze verify" || fail "systemd-analyze verify: $verify"
+    if verify=$(MANPATH=$root/usr/share/man systemd-analyze verify "$work/unit/nfcollect.service" 2>&1) &&
+        [ -z "$verify" ]; then
+        echo "ok: systemd-analyze verify, the man page found"
+    else
+        fail "systemd-analyze verify: $verify"
+    fi
 else
     echo "note: systemd-analyze is not installed, the unit is not verified"
 fi

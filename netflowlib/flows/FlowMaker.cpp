@@ -1,0 +1,594 @@
+#include "flows/FlowMaker.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "flows/SampledHeaderParser.h"
+#include "netflow/NetFlowPacketV1.h"
+#include "netflow/NetFlowPacketV5.h"
+#include "netflow/NetFlowPacketV7.h"
+#include "netflow9/NetFlowPacketV9.h"
+#include "sflow/SFlowPacket.h"
+#include "util/TextConvert.h"
+
+using K = EFlowKey;
+
+namespace {
+
+// The time of an uptime reading, given the export time and the uptime at export. The difference is
+// taken as a signed 32-bit number, so an uptime that wrapped between the flow and the export still
+// gives the right time.
+int64_t TimeOfUptime(int64_t exportTime, uint32_t sysUptime, uint32_t uptime) {
+    return exportTime - static_cast<int32_t>(sysUptime - uptime);
+}
+
+// The keys every flow of one packet shares.
+CFlowRecord PacketFlow(const CFlowContext& context, EFlowProtocol protocol) {
+    CFlowRecord flow;
+    flow.Set(K::TimeReceived, context.timeReceived);
+    if (context.exporter.length == 4 || context.exporter.length == 16) {
+        flow.SetAddress(K::Exporter,
+                        CFlowAddress::FromBytes(context.exporter.bytes.data(), context.exporter.length));
+        flow.Set(K::ExporterPort, context.exporter.port);
+    }
+    flow.SetProtocol(protocol);
+    flow.Set(K::SamplingRate, 1);
+    return flow;
+}
+
+// Export time in ms of a NetFlow v1/v5/v7/v8 header, which carries residual nanoseconds.
+int64_t ExportTime(const CNetFlowHeaderCommonFields& header) {
+    return int64_t(header.m_unixSecs) * 1000 + header.m_unixNsecs / 1000000;
+}
+
+void SetTimes(CFlowRecord& flow, int64_t exportTime, uint32_t sysUptime, uint32_t first, uint32_t last) {
+    flow.Set(K::FlowStart, TimeOfUptime(exportTime, sysUptime, first));
+    flow.Set(K::FlowEnd, TimeOfUptime(exportTime, sysUptime, last));
+}
+
+// The 36 bytes v1, v5 and v7 records share.
+void SetCommonFields(CFlowRecord& flow, const CNetFlowRecordCommonFields& record, int64_t exportTime,
+                     uint32_t sysUptime) {
+    flow.Set(K::IpVersion, 4);
+    flow.SetAddress(K::SrcAddr, CFlowAddress::IPv4(record.m_srcAddr));
+    flow.SetAddress(K::DstAddr, CFlowAddress::IPv4(record.m_dstAddr));
+    flow.SetAddress(K::NextHop, CFlowAddress::IPv4(record.m_nextHop));
+    flow.Set(K::InIf, record.m_inputIf);
+    flow.Set(K::OutIf, record.m_outputIf);
+    flow.Set(K::Packets, record.m_dPkts);
+    flow.Set(K::Bytes, record.m_dOctets);
+    SetTimes(flow, exportTime, sysUptime, record.m_first, record.m_last);
+    flow.Set(K::SrcPort, record.m_srcPort);
+    flow.Set(K::DstPort, record.m_dstPort);
+}
+
+void SetV5Fields(CFlowRecord& flow, const CNetFlowRecordV5& record, int64_t exportTime, uint32_t sysUptime) {
+    SetCommonFields(flow, record, exportTime, sysUptime);
+    flow.Set(K::Proto, record.m_prot);
+    flow.Set(K::Tos, record.m_tos);
+    flow.Set(K::TcpFlags, record.m_tcpFlags);
+    flow.Set(K::SrcAs, record.m_srcAS);
+    flow.Set(K::DstAs, record.m_dstAS);
+    flow.Set(K::SrcMask, record.m_srcMask);
+    flow.Set(K::DstMask, record.m_dstMask);
+}
+
+// The fixed-format packets hand out their record arrays by reference only from a non-const packet;
+// reading them changes nothing.
+template <class Packet>
+const auto& RecordsOf(const Packet& packet) {
+    return const_cast<Packet&>(packet).GetRecords();
+}
+
+// A v9 field value as an unsigned big-endian number of 1 to 8 bytes; false for other lengths. A value
+// beyond the 64-bit signed range is kept at its largest value.
+bool UnsignedValue(const CByteArray& value, int64_t& out) {
+    if (value.empty() || value.size() > 8)
+        return false;
+    uint64_t number = 0;
+    for (uint8_t b : value)
+        number = (number << 8) | b;
+    out = number > uint64_t(std::numeric_limits<int64_t>::max()) ? std::numeric_limits<int64_t>::max()
+                                                                 : static_cast<int64_t>(number);
+    return true;
+}
+
+void SetAddressField(CFlowRecord& flow, K key, const CByteArray& value, size_t length) {
+    if (value.size() == length)
+        flow.SetAddress(key, CFlowAddress::FromBytes(value.data(), length));
+}
+
+void SetIntegerField(CFlowRecord& flow, K key, const CByteArray& value) {
+    int64_t number;
+    if (UnsignedValue(value, number))
+        flow.Set(key, number);
+}
+
+// Sets a key from a fallback field only when its preferred field has not set it (e.g. OUT_BYTES where
+// a record has no IN_BYTES); the preferred field overwrites whatever a fallback set.
+void SetFallbackField(CFlowRecord& flow, K key, const CByteArray& value, bool preferredSeen) {
+    if (!preferredSeen)
+        SetIntegerField(flow, key, value);
+}
+
+// 4 or 6 by the kind of address a v9 record carries.
+int AddressVersion(const CFlowRecord& flow) {
+    const CFlowAddress& address =
+        flow.IsNull(K::SrcAddr) ? flow.GetAddress(K::DstAddr) : flow.GetAddress(K::SrcAddr);
+    return address.length == 4 ? 4 : 6;
+}
+
+// The interface of a version 5 sample: format 0 names one interface, 0x3FFFFFFF an unknown one; the
+// other formats (discarded, several interfaces) name none.
+void SetSFlowInterface(CFlowRecord& flow, K key, int32_t format, uint32_t port, bool compact) {
+    if (!compact) {
+        // Version 2/4: one word; the output's top bit marks several interfaces.
+        if (key == K::InIf || (port & 0x80000000u) == 0)
+            flow.Set(key, port);
+        return;
+    }
+    if (format == 0 && port != 0x3FFFFFFF)
+        flow.Set(key, port);
+}
+
+CFlowAddress AddressOf(const CNetFlowIPAddress& address) {
+    CFlowAddress result;
+    const size_t length = address.m_address.size();
+    if (length != 4 && length != 16)
+        return result;
+    result.length = static_cast<uint8_t>(length);
+    for (size_t i = 0; i < length; ++i)
+        result.bytes[i] = static_cast<uint8_t>(address.m_address[i]);
+    return result;
+}
+
+// The destination AS of a gateway record: the last AS on the path, or the router's own AS when the
+// path is empty (the destination is local).
+bool DestinationAS(const CSFlowExtendedGatewayRecord& gateway, uint32_t version, uint32_t& as) {
+    const CUIntArray* last = nullptr;
+    if (version == 2) {
+        last = &gateway.m_dstASPath;
+    } else {
+        for (const CSFlowASPath& segment : gateway.m_asPath) {
+            const CUIntArray& numbers = segment.m_type == 1 ? segment.m_asSet : segment.m_asSequence;
+            if (!numbers.empty())
+                last = &numbers;
+        }
+    }
+    if (last != nullptr && !last->empty()) {
+        as = last->back();
+        return true;
+    }
+    as = gateway.m_as;
+    return gateway.m_as != 0xFFFFFFFF;
+}
+
+// The packet data of a flow sample: a sampled header, or a sampled IPv4 or IPv6 record. False when the
+// record is none of these or cannot be read.
+bool SetPacketData(CFlowRecord& flow, const CSFlowRecord& record) {
+    switch (record.m_flowFormat) {
+    case 1: {
+        const CSFlowHeaderRecord& header = record.m_headerRecord;
+        if (!CSampledHeaderParser::Parse(header.m_protocol, header.m_header.data(), header.m_header.size(),
+                                         flow))
+            return false;
+        flow.Set(K::Bytes, header.m_frameLength);
+        return true;
+    }
+    case 3: {
+        const CSFlowIPv4Record& ip = record.m_ipv4Record;
+        flow.Set(K::IpVersion, 4);
+        flow.Set(K::Bytes, ip.m_length);
+        flow.Set(K::Proto, ip.m_protocol);
+        flow.SetAddress(K::SrcAddr, AddressOf(ip.m_srcIP));
+        flow.SetAddress(K::DstAddr, AddressOf(ip.m_dstIP));
+        flow.Set(K::SrcPort, ip.m_srcPort);
+        flow.Set(K::DstPort, ip.m_dstPort);
+        flow.Set(K::TcpFlags, ip.m_tcpFlags);
+        flow.Set(K::Tos, ip.m_tos);
+        return true;
+    }
+    case 4: {
+        const CSFlowIPv6Record& ip = record.m_ipv6Record;
+        flow.Set(K::IpVersion, 6);
+        flow.Set(K::Bytes, ip.m_length);
+        flow.Set(K::Proto, ip.m_protocol);
+        flow.SetAddress(K::SrcAddr, AddressOf(ip.m_srcIP));
+        flow.SetAddress(K::DstAddr, AddressOf(ip.m_dstIP));
+        flow.Set(K::SrcPort, ip.m_srcPort);
+        flow.Set(K::DstPort, ip.m_dstPort);
+        flow.Set(K::TcpFlags, ip.m_tcpFlags);
+        flow.Set(K::Tos, ip.m_priority);
+        return true;
+    }
+    default:
+        return false;
+    }
+}
+
+// Forwarding data of the extended records: VLAN, next hop, masks, AS numbers.
+void SetExtendedData(CFlowRecord& flow, const CSFlowRecord& record, uint32_t version) {
+    switch (record.m_flowFormat) {
+    case 1001: // a VLAN tag in the sampled header is the frame's own and comes first
+        if (flow.IsNull(K::Vlan))
+            flow.Set(K::Vlan, record.m_switchRecord.m_srcVLAN);
+        break;
+    case 1002: {
+        const CFlowAddress nextHop = AddressOf(record.m_routerRecord.m_nextHop);
+        if (nextHop.length != 0)
+            flow.SetAddress(K::NextHop, nextHop);
+        flow.Set(K::SrcMask, record.m_routerRecord.m_srcMask);
+        flow.Set(K::DstMask, record.m_routerRecord.m_dstMask);
+        break;
+    }
+    case 1003: {
+        const CSFlowExtendedGatewayRecord& gateway = record.m_gatewayRecord;
+        flow.Set(K::SrcAs, gateway.m_srcAS);
+        uint32_t dstAS;
+        if (DestinationAS(gateway, version, dstAS))
+            flow.Set(K::DstAs, dstAS);
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+} // namespace
+
+CFlowContext CFlowContext::ForPacket(const CTPAbstractPacket& packet, int64_t timeReceived) {
+    CFlowContext context;
+    context.timeReceived = timeReceived;
+    const std::string text = tpnf::ToUtf8(packet.GetSenderIPAddress());
+    in6_addr v6;
+    if (inet_pton(AF_INET, text.c_str(), context.exporter.bytes.data()) == 1) {
+        context.exporter.length = 4;
+    } else if (inet_pton(AF_INET6, text.c_str(), &v6) == 1) {
+        static constexpr uint8_t kMapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+        const bool mapped = std::equal(kMapped, kMapped + 12, v6.s6_addr);
+        context.exporter.length = mapped ? 4 : 16;
+        std::copy_n(v6.s6_addr + (mapped ? 12 : 0), context.exporter.length, context.exporter.bytes.begin());
+    }
+    if (context.exporter.length != 0)
+        context.exporter.port = static_cast<uint16_t>(packet.GetSenderPort());
+    return context;
+}
+
+size_t CFlowMaker::Append(const CTPAbstractPacket& packet, const CFlowContext& context,
+                          std::vector<CFlowRecord>& flows) {
+    const size_t before = flows.size();
+    if (const auto* v5 = dynamic_cast<const CNetFlowPacketV5*>(&packet))
+        AppendV5(*v5, context, flows);
+    else if (const auto* v9 = dynamic_cast<const CNetFlowPacketV9*>(&packet))
+        AppendV9(*v9, context, flows);
+    else if (const auto* sflow = dynamic_cast<const CSFlowPacket*>(&packet))
+        AppendSFlow(*sflow, context, flows);
+    else if (const auto* v1 = dynamic_cast<const CNetFlowPacketV1*>(&packet))
+        AppendV1(*v1, context, flows);
+    else if (const auto* v7 = dynamic_cast<const CNetFlowPacketV7*>(&packet))
+        AppendV7(*v7, context, flows);
+    else if (const auto* v8 = dynamic_cast<const CNetFlowPacketV8*>(&packet))
+        AppendV8(*v8, context, flows);
+    // IPFIX: one more branch here when its packet kind is in the library.
+    return flows.size() - before;
+}
+
+void CFlowMaker::AppendV1(const CNetFlowPacketV1& packet, const CFlowContext& context,
+                          std::vector<CFlowRecord>& flows) {
+    const CNetFlowHeaderV1 header = packet.GetHeader();
+    const CFlowRecord base = PacketFlow(context, EFlowProtocol::NetFlowV1);
+    const int64_t exportTime = ExportTime(header);
+    const auto& records = RecordsOf(packet);
+    for (const CNetFlowRecordV1& record : records) {
+        CFlowRecord& flow = flows.emplace_back(base);
+        SetCommonFields(flow, record, exportTime, header.m_sysUptime);
+        flow.Set(K::Proto, record.m_prot);
+        flow.Set(K::Tos, record.m_tos);
+        flow.Set(K::TcpFlags, record.m_tcpFlags);
+    }
+}
+
+void CFlowMaker::AppendV5(const CNetFlowPacketV5& packet, const CFlowContext& context,
+                          std::vector<CFlowRecord>& flows) {
+    const CNetFlowHeaderV5 header = packet.GetHeader();
+    CFlowRecord base = PacketFlow(context, EFlowProtocol::NetFlowV5);
+    base.Set(K::Sequence, static_cast<uint32_t>(header.m_flowSequence));
+    base.Set(K::ObservationDomain, header.m_engineType * 256 + header.m_engineId);
+    // Sampling mode in the top 2 bits, interval below; 0 means not sampled.
+    const CByteArray* datagram = context.datagram;
+    if (datagram != nullptr && datagram->size() >= 24 && (*datagram)[0] == 0 && (*datagram)[1] == 5) {
+        const int interval = (((*datagram)[22] << 8) | (*datagram)[23]) & 0x3FFF;
+        if (interval != 0)
+            base.Set(K::SamplingRate, interval);
+    }
+    const int64_t exportTime = ExportTime(header);
+    const auto& records = RecordsOf(packet);
+    for (const CNetFlowRecordV5& record : records)
+        SetV5Fields(flows.emplace_back(base), record, exportTime, header.m_sysUptime);
+}
+
+void CFlowMaker::AppendV7(const CNetFlowPacketV7& packet, const CFlowContext& context,
+                          std::vector<CFlowRecord>& flows) {
+    const CNetFlowHeaderV7 header = packet.GetHeader();
+    CFlowRecord base = PacketFlow(context, EFlowProtocol::NetFlowV7);
+    base.Set(K::Sequence, static_cast<uint32_t>(header.m_flowSequence));
+    const int64_t exportTime = ExportTime(header);
+    const auto& records = RecordsOf(packet);
+    for (const CNetFlowRecordV7& record : records)
+        SetV5Fields(flows.emplace_back(base), record, exportTime, header.m_sysUptime);
+}
+
+void CFlowMaker::AppendV8(const CNetFlowPacketV8& packet, const CFlowContext& context,
+                          std::vector<CFlowRecord>& flows) {
+    const CNetFlowHeaderV8 header = packet.GetHeader();
+    CFlowRecord base = PacketFlow(context, EFlowProtocol::NetFlowV8);
+    base.Set(K::Sequence, static_cast<uint32_t>(header.m_flowSequence));
+    base.Set(K::ObservationDomain, header.m_engineType * 256 + header.m_engineId);
+    base.Set(K::IpVersion, 4);
+    const int64_t exportTime = ExportTime(header);
+    // The counters every scheme's record opens with.
+    auto add = [&](const CNetFlowRecordCommonFieldsV8& record) -> CFlowRecord& {
+        CFlowRecord& flow = flows.emplace_back(base);
+        flow.Set(K::Packets, record.m_packets);
+        flow.Set(K::Bytes, record.m_octets);
+        SetTimes(flow, exportTime, header.m_sysUptime, record.m_first, record.m_last);
+        return flow;
+    };
+    switch (header.m_aggregation) {
+    case 1:
+        packet.GetRecords(m_routerAS);
+        for (const CNetFlowRecordRouterASV8& record : m_routerAS) {
+            CFlowRecord& flow = add(record);
+            flow.Set(K::SrcAs, record.m_srcAS);
+            flow.Set(K::DstAs, record.m_dstAS);
+            flow.Set(K::InIf, record.m_inputIf);
+            flow.Set(K::OutIf, record.m_outputIf);
+        }
+        break;
+    case 2:
+        packet.GetRecords(m_routerProtoPort);
+        for (const CNetFlowRecordRouterProtoPortV8& record : m_routerProtoPort) {
+            CFlowRecord& flow = add(record);
+            flow.Set(K::Proto, record.m_prot);
+            flow.Set(K::SrcPort, record.m_srcPort);
+            flow.Set(K::DstPort, record.m_dstPort);
+        }
+        break;
+    case 3:
+        packet.GetRecords(m_routerSrcPrefix);
+        for (const CNetFlowRecordRouterSrcPrefixV8& record : m_routerSrcPrefix) {
+            CFlowRecord& flow = add(record);
+            flow.SetAddress(K::SrcAddr, CFlowAddress::IPv4(record.m_srcPrefix));
+            flow.Set(K::SrcMask, record.m_srcMask);
+            flow.Set(K::SrcAs, record.m_srcAS);
+            flow.Set(K::InIf, record.m_inputIf);
+        }
+        break;
+    case 4:
+        packet.GetRecords(m_routerDstPrefix);
+        for (const CNetFlowRecordRouterDstPrefixV8& record : m_routerDstPrefix) {
+            CFlowRecord& flow = add(record);
+            flow.SetAddress(K::DstAddr, CFlowAddress::IPv4(record.m_dstPrefix));
+            flow.Set(K::DstMask, record.m_dstMask);
+            flow.Set(K::DstAs, record.m_dstAS);
+            flow.Set(K::OutIf, record.m_outputIf);
+        }
+        break;
+    case 5:
+        packet.GetRecords(m_routerPrefix);
+        for (const CNetFlowRecordRouterPrefixV8& record : m_routerPrefix) {
+            CFlowRecord& flow = add(record);
+            flow.SetAddress(K::SrcAddr, CFlowAddress::IPv4(record.m_srcPrefix));
+            flow.SetAddress(K::DstAddr, CFlowAddress::IPv4(record.m_dstPrefix));
+            flow.Set(K::SrcMask, record.m_srcMask);
+            flow.Set(K::DstMask, record.m_dstMask);
+            flow.Set(K::SrcAs, record.m_srcAS);
+            flow.Set(K::DstAs, record.m_dstAS);
+            flow.Set(K::InIf, record.m_inputIf);
+            flow.Set(K::OutIf, record.m_outputIf);
+        }
+        break;
+    default: // other schemes hold no records
+        break;
+    }
+}
+
+void CFlowMaker::AppendV9(const CNetFlowPacketV9& packet, const CFlowContext& context,
+                          std::vector<CFlowRecord>& flows) {
+    const CNetFlowHeaderV9& header = packet.GetHeader();
+    CFlowRecord base = PacketFlow(context, EFlowProtocol::NetFlowV9);
+    base.Set(K::Sequence, header.m_packageSequence);
+    base.Set(K::ObservationDomain, header.m_sourceID);
+    const int64_t exportTime = int64_t(header.m_unixSecs) * 1000;
+    const auto& records = packet.GetRecords();
+    for (const CNetFlowSetRecord& record : records) {
+        CFlowRecord& flow = flows.emplace_back(base);
+        bool scope = false;
+        bool inBytes = false, inPackets = false, inSrcMac = false, inDstMac = false, srcVlan = false;
+        int64_t icmpType = -1, ipVersion = 0;
+        record.ForEachField([&](const CNetFlowField& field) {
+            const CByteArray& value = field.m_value;
+            scope = scope || field.IsScope() != FALSE;
+            switch (field.GetType()) {
+            case CNetFlowField::IN_BYTES:
+                inBytes = true;
+                SetIntegerField(flow, K::Bytes, value);
+                break;
+            case CNetFlowField::OUT_BYTES:
+                SetFallbackField(flow, K::Bytes, value, inBytes);
+                break;
+            case CNetFlowField::IN_PKTS:
+                inPackets = true;
+                SetIntegerField(flow, K::Packets, value);
+                break;
+            case CNetFlowField::OUT_PKTS:
+                SetFallbackField(flow, K::Packets, value, inPackets);
+                break;
+            case CNetFlowField::PROT:
+                SetIntegerField(flow, K::Proto, value);
+                break;
+            case CNetFlowField::SRC_TOS:
+                SetIntegerField(flow, K::Tos, value);
+                break;
+            case CNetFlowField::TCP_FLAGS:
+                SetIntegerField(flow, K::TcpFlags, value);
+                break;
+            case CNetFlowField::L4_SRC_PORT:
+                SetIntegerField(flow, K::SrcPort, value);
+                break;
+            case CNetFlowField::L4_DST_PORT:
+                SetIntegerField(flow, K::DstPort, value);
+                break;
+            case CNetFlowField::ICMP_TYPE:
+                UnsignedValue(value, icmpType);
+                break;
+            case CNetFlowField::IPV4_SRC_ADDR:
+                SetAddressField(flow, K::SrcAddr, value, 4);
+                break;
+            case CNetFlowField::IPV4_DST_ADDR:
+                SetAddressField(flow, K::DstAddr, value, 4);
+                break;
+            case CNetFlowField::IPV4_NEXT_HOP:
+                SetAddressField(flow, K::NextHop, value, 4);
+                break;
+            case CNetFlowField::IPV6_SRC_ADDR:
+                SetAddressField(flow, K::SrcAddr, value, 16);
+                break;
+            case CNetFlowField::IPV6_DST_ADDR:
+                SetAddressField(flow, K::DstAddr, value, 16);
+                break;
+            case CNetFlowField::IPV6_NEXT_HOP:
+                SetAddressField(flow, K::NextHop, value, 16);
+                break;
+            case CNetFlowField::SRC_MASK:
+            case CNetFlowField::IPV6_SRC_MASK:
+                SetIntegerField(flow, K::SrcMask, value);
+                break;
+            case CNetFlowField::DST_MASK:
+            case CNetFlowField::IPV6_DST_MASK:
+                SetIntegerField(flow, K::DstMask, value);
+                break;
+            case CNetFlowField::INPUT_SNMP:
+                SetIntegerField(flow, K::InIf, value);
+                break;
+            case CNetFlowField::OUTPUT_SNMP:
+                SetIntegerField(flow, K::OutIf, value);
+                break;
+            case CNetFlowField::SRC_AS:
+                SetIntegerField(flow, K::SrcAs, value);
+                break;
+            case CNetFlowField::DST_AS:
+                SetIntegerField(flow, K::DstAs, value);
+                break;
+            case CNetFlowField::FIRST_SWITCHED:
+            case CNetFlowField::LAST_SWITCHED: {
+                int64_t uptime;
+                if (UnsignedValue(value, uptime))
+                    flow.Set(field.GetType() == CNetFlowField::FIRST_SWITCHED ? K::FlowStart : K::FlowEnd,
+                             TimeOfUptime(exportTime, header.m_sysUptime, static_cast<uint32_t>(uptime)));
+                break;
+            }
+            case CNetFlowField::SAMPLING_INTERVAL:
+            case CNetFlowField::FLOW_SAMPLER_RANDOM_INTERVAL: {
+                int64_t rate;
+                if (UnsignedValue(value, rate) && rate != 0)
+                    flow.Set(K::SamplingRate, rate);
+                break;
+            }
+            case CNetFlowField::IN_SRC_MAC:
+                inSrcMac = true;
+                if (value.size() == 6)
+                    flow.SetMac(K::SrcMac, value.data());
+                break;
+            case CNetFlowField::OUT_SRC_MAC:
+                if (!inSrcMac && value.size() == 6)
+                    flow.SetMac(K::SrcMac, value.data());
+                break;
+            case CNetFlowField::IN_DST_MAC:
+                inDstMac = true;
+                if (value.size() == 6)
+                    flow.SetMac(K::DstMac, value.data());
+                break;
+            case CNetFlowField::OUT_DST_MAC:
+                if (!inDstMac && value.size() == 6)
+                    flow.SetMac(K::DstMac, value.data());
+                break;
+            case CNetFlowField::SRC_VLAN:
+                srcVlan = true;
+                SetIntegerField(flow, K::Vlan, value);
+                break;
+            case CNetFlowField::DST_VLAN:
+                SetFallbackField(flow, K::Vlan, value, srcVlan);
+                break;
+            case CNetFlowField::IP_PROTOCOL_VERSION:
+                UnsignedValue(value, ipVersion);
+                break;
+            default:
+                break;
+            }
+        });
+        // Options records describe the exporter, not traffic.
+        if (scope) {
+            flows.pop_back();
+            continue;
+        }
+        if (ipVersion == 4 || ipVersion == 6)
+            flow.Set(K::IpVersion, ipVersion);
+        else if (!flow.IsNull(K::SrcAddr) || !flow.IsNull(K::DstAddr))
+            flow.Set(K::IpVersion, AddressVersion(flow));
+        // ICMP type and code in their own field go where NetFlow's ports carry them.
+        if (icmpType >= 0 && (flow.IsNull(K::DstPort) || flow.Get(K::DstPort) == 0)) {
+            flow.Set(K::DstPort, icmpType);
+            if (flow.IsNull(K::SrcPort))
+                flow.Set(K::SrcPort, 0);
+        }
+    }
+}
+
+void CFlowMaker::AppendSFlow(const CSFlowPacket& packet, const CFlowContext& context,
+                             std::vector<CFlowRecord>& flows) {
+    const CSFlowHeader& header = packet.GetHeader();
+    const uint32_t version = header.m_version;
+    EFlowProtocol protocol;
+    switch (version) {
+    case 2:
+        protocol = EFlowProtocol::SFlowV2;
+        break;
+    case 4:
+        protocol = EFlowProtocol::SFlowV4;
+        break;
+    case 5:
+        protocol = EFlowProtocol::SFlowV5;
+        break;
+    default:
+        return;
+    }
+    CFlowRecord base = PacketFlow(context, protocol);
+    base.Set(K::Sequence, header.m_sequenceNumber);
+    base.Set(K::FlowStart, context.timeReceived);
+    base.Set(K::FlowEnd, context.timeReceived);
+    base.Set(K::Packets, 1);
+    const auto& samples = packet.GetSamples();
+    for (const CSFlowSample& sample : samples) {
+        const bool compact = version >= 5;
+        const bool flowSample = sample.m_sampleType == 1 || (compact && sample.m_sampleType == 3);
+        if (!flowSample)
+            continue;
+        CFlowRecord& flow = flows.emplace_back(base);
+        flow.Set(K::ObservationDomain, sample.m_sourceIdIndex);
+        if (sample.m_samplingRate != 0)
+            flow.Set(K::SamplingRate, sample.m_samplingRate);
+        SetSFlowInterface(flow, K::InIf, sample.m_inputPortFormat, sample.m_inputPort, compact);
+        SetSFlowInterface(flow, K::OutIf, sample.m_outputPortFormat, sample.m_outputPort, compact);
+        bool packetData = false;
+        for (const CSFlowRecord& record : sample.m_records) {
+            if (!packetData)
+                packetData = SetPacketData(flow, record);
+            SetExtendedData(flow, record, version);
+        }
+        if (!packetData)
+            flows.pop_back();
+    }
+}

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "flows/FlowRecord.h"
+#include "netflow/NetFlowPacketV8.h"
+#include "packet/DecodeOptions.h"
+#include "packet/TPAbstractPacket.h"
+
+class CNetFlowPacketV1;
+class CNetFlowPacketV5;
+class CNetFlowPacketV7;
+class CNetFlowPacketV9;
+class CNetFlowHeaderCommonFields;
+class CSFlowPacket;
+
+// What a flow needs to know besides its packet: when and from where the datagram came.
+struct CFlowContext {
+    int64_t timeReceived = 0;  // ms since 1970 (UTC)
+    CExporterAddress exporter; // length 0: unknown, the flow's exporter keys are null
+    // The datagram the packet was decoded from, when the caller still has it: a v5 packet does not keep
+    // its header's sampling interval, so the flows read it from here (bytes 22-23). Without it v5 flows
+    // have sampling rate 1.
+    const CByteArray* datagram = nullptr;
+
+    // The context of a packet whose datagram is gone: its sender text and port as the socket set them.
+    static CFlowContext ForPacket(const CTPAbstractPacket& packet, int64_t timeReceived);
+};
+
+// Turns decoded packets of every kind into flow records, reading the packets' typed members (headers,
+// records, field values), never their text:
+// - NetFlow v1, v5, v7: one flow per record; v8: one per record of aggregation schemes 1 to 5 (any
+//   other scheme holds no records, so it gives none);
+// - NetFlow v9: one per data record; records of options templates (with scope fields) are not flows,
+//   and keys the template lacks stay null;
+// - sFlow v2, v4, v5: one per flow sample whose packet data can be read (a sampled header, or a
+//   sampled IPv4 or IPv6 record); counter samples give none.
+// Flow times: NetFlow's export time minus (sysUptime - first/last switched), in ms; sFlow's are the
+// time received.
+//
+// One maker per thread: it keeps scratch space between calls so that making flows does not allocate.
+class CFlowMaker {
+public:
+    // Appends the packet's flows to flows (which is not cleared) and gives their number. Packets of
+    // kinds it does not know give none.
+    size_t Append(const CTPAbstractPacket& packet, const CFlowContext& context,
+                  std::vector<CFlowRecord>& flows);
+
+private:
+    void AppendV1(const CNetFlowPacketV1& packet, const CFlowContext& context,
+                  std::vector<CFlowRecord>& flows);
+    void AppendV5(const CNetFlowPacketV5& packet, const CFlowContext& context,
+                  std::vector<CFlowRecord>& flows);
+    void AppendV7(const CNetFlowPacketV7& packet, const CFlowContext& context,
+                  std::vector<CFlowRecord>& flows);
+    void AppendV8(const CNetFlowPacketV8& packet, const CFlowContext& context,
+                  std::vector<CFlowRecord>& flows);
+    void AppendV9(const CNetFlowPacketV9& packet, const CFlowContext& context,
+                  std::vector<CFlowRecord>& flows);
+    void AppendSFlow(const CSFlowPacket& packet, const CFlowContext& context,
+                     std::vector<CFlowRecord>& flows);
+
+    // v8 records are handed out only as copies; these keep their capacity between packets.
+    CNetFlowPacketV8::CRouterASArray m_routerAS;
+    CNetFlowPacketV8::CRouterProtoPortArray m_routerProtoPort;
+    CNetFlowPacketV8::CRouterSrcPrefixArray m_routerSrcPrefix;
+    CNetFlowPacketV8::CRouterDstPrefixArray m_routerDstPrefix;
+    CNetFlowPacketV8::CRouterPrefixArray m_routerPrefix;
+};

@@ -80,15 +80,17 @@ void CFlowTable::Write(const CFlowRecord* flows, size_t count) {
         return;
     const bool transact = m_database.CanTransact() != FALSE;
     CODBCRecordset rows(&m_database);
+    // The columns are learnt before the transaction starts, so that its first statement writes: an
+    // SQLite transaction that has read waits for no other writer, it fails at once.
+    rows.Open(CString(L"select * from ") + TABLE_NAME);
+    if (!rows.CanAppend())
+        throw CDBException(CDBException::errorNotUpdatable, L"The flows table cannot be written\n");
+    size_t columns[FLOW_KEY_COUNT];
+    for (size_t i = 0; i < FLOW_KEY_COUNT; ++i)
+        columns[i] = rows.GetFieldIndex(Wide(CFlowRecord::KeyName(static_cast<EFlowKey>(i))));
     try {
         if (transact)
             m_database.BeginTrans();
-        rows.Open(CString(L"select * from ") + TABLE_NAME);
-        if (!rows.CanAppend())
-            throw CDBException(CDBException::errorNotUpdatable, L"The flows table cannot be written\n");
-        size_t columns[FLOW_KEY_COUNT];
-        for (size_t i = 0; i < FLOW_KEY_COUNT; ++i)
-            columns[i] = rows.GetFieldIndex(Wide(CFlowRecord::KeyName(static_cast<EFlowKey>(i))));
         char text[CFlowRecord::TEXT_CAPACITY];
         for (const CFlowRecord* flow = flows; flow != flows + count; ++flow) {
             rows.AddNew(); // every column starts NULL

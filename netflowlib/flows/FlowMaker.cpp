@@ -24,6 +24,32 @@ int64_t TimeOfUptime(int64_t exportTime, uint32_t sysUptime, uint32_t uptime) {
     return exportTime - static_cast<int32_t>(sysUptime - uptime);
 }
 
+// The largest value a key can have. A larger one (from a field of an unusual width, or a garbled
+// record) is no value of that key and leaves the key null.
+int64_t Largest(K key) {
+    switch (key) {
+    case K::SrcPort:
+    case K::DstPort:
+    case K::TcpFlags: // IPFIX's TCP control bits take 16 bits
+        return 65535;
+    case K::Proto:
+    case K::Tos:
+        return 255;
+    case K::SrcMask:
+    case K::DstMask:
+        return 128;
+    case K::Vlan:
+        return 4095;
+    default:
+        return std::numeric_limits<int64_t>::max();
+    }
+}
+
+void SetChecked(CFlowRecord& flow, K key, int64_t value) {
+    if (value >= 0 && value <= Largest(key))
+        flow.Set(key, value);
+}
+
 // The keys every flow of one packet shares.
 CFlowRecord PacketFlow(const CFlowContext& context, EFlowProtocol protocol) {
     CFlowRecord flow;
@@ -71,8 +97,8 @@ void SetV5Fields(CFlowRecord& flow, const CNetFlowRecordV5& record, int64_t expo
     flow.Set(K::TcpFlags, record.m_tcpFlags);
     flow.Set(K::SrcAs, record.m_srcAS);
     flow.Set(K::DstAs, record.m_dstAS);
-    flow.Set(K::SrcMask, record.m_srcMask);
-    flow.Set(K::DstMask, record.m_dstMask);
+    SetChecked(flow, K::SrcMask, record.m_srcMask);
+    SetChecked(flow, K::DstMask, record.m_dstMask);
 }
 
 // The fixed-format packets hand out their record arrays by reference only from a non-const packet;
@@ -103,7 +129,7 @@ void SetAddressField(CFlowRecord& flow, K key, const CByteArray& value, size_t l
 void SetIntegerField(CFlowRecord& flow, K key, const CByteArray& value) {
     int64_t number;
     if (UnsignedValue(value, number))
-        flow.Set(key, number);
+        SetChecked(flow, key, number);
 }
 
 // Sets a key from a fallback field only when its preferred field has not set it (e.g. OUT_BYTES where
@@ -181,26 +207,26 @@ bool SetPacketData(CFlowRecord& flow, const CSFlowRecord& record) {
         const CSFlowIPv4Record& ip = record.m_ipv4Record;
         flow.Set(K::IpVersion, 4);
         flow.Set(K::Bytes, ip.m_length);
-        flow.Set(K::Proto, ip.m_protocol);
+        SetChecked(flow, K::Proto, ip.m_protocol);
         flow.SetAddress(K::SrcAddr, AddressOf(ip.m_srcIP));
         flow.SetAddress(K::DstAddr, AddressOf(ip.m_dstIP));
-        flow.Set(K::SrcPort, ip.m_srcPort);
-        flow.Set(K::DstPort, ip.m_dstPort);
-        flow.Set(K::TcpFlags, ip.m_tcpFlags);
-        flow.Set(K::Tos, ip.m_tos);
+        SetChecked(flow, K::SrcPort, ip.m_srcPort);
+        SetChecked(flow, K::DstPort, ip.m_dstPort);
+        SetChecked(flow, K::TcpFlags, ip.m_tcpFlags);
+        SetChecked(flow, K::Tos, ip.m_tos);
         return true;
     }
     case 4: {
         const CSFlowIPv6Record& ip = record.m_ipv6Record;
         flow.Set(K::IpVersion, 6);
         flow.Set(K::Bytes, ip.m_length);
-        flow.Set(K::Proto, ip.m_protocol);
+        SetChecked(flow, K::Proto, ip.m_protocol);
         flow.SetAddress(K::SrcAddr, AddressOf(ip.m_srcIP));
         flow.SetAddress(K::DstAddr, AddressOf(ip.m_dstIP));
-        flow.Set(K::SrcPort, ip.m_srcPort);
-        flow.Set(K::DstPort, ip.m_dstPort);
-        flow.Set(K::TcpFlags, ip.m_tcpFlags);
-        flow.Set(K::Tos, ip.m_priority);
+        SetChecked(flow, K::SrcPort, ip.m_srcPort);
+        SetChecked(flow, K::DstPort, ip.m_dstPort);
+        SetChecked(flow, K::TcpFlags, ip.m_tcpFlags);
+        SetChecked(flow, K::Tos, ip.m_priority);
         return true;
     }
     default:
@@ -213,14 +239,14 @@ void SetExtendedData(CFlowRecord& flow, const CSFlowRecord& record, uint32_t ver
     switch (record.m_flowFormat) {
     case 1001: // a VLAN tag in the sampled header is the frame's own and comes first
         if (flow.IsNull(K::Vlan))
-            flow.Set(K::Vlan, record.m_switchRecord.m_srcVLAN);
+            SetChecked(flow, K::Vlan, record.m_switchRecord.m_srcVLAN);
         break;
     case 1002: {
         const CFlowAddress nextHop = AddressOf(record.m_routerRecord.m_nextHop);
         if (nextHop.length != 0)
             flow.SetAddress(K::NextHop, nextHop);
-        flow.Set(K::SrcMask, record.m_routerRecord.m_srcMask);
-        flow.Set(K::DstMask, record.m_routerRecord.m_dstMask);
+        SetChecked(flow, K::SrcMask, record.m_routerRecord.m_srcMask);
+        SetChecked(flow, K::DstMask, record.m_routerRecord.m_dstMask);
         break;
     }
     case 1003: {
@@ -361,7 +387,7 @@ void CFlowMaker::AppendV8(const CNetFlowPacketV8& packet, const CFlowContext& co
         for (const CNetFlowRecordRouterSrcPrefixV8& record : m_routerSrcPrefix) {
             CFlowRecord& flow = add(record);
             flow.SetAddress(K::SrcAddr, CFlowAddress::IPv4(record.m_srcPrefix));
-            flow.Set(K::SrcMask, record.m_srcMask);
+            SetChecked(flow, K::SrcMask, record.m_srcMask);
             flow.Set(K::SrcAs, record.m_srcAS);
             flow.Set(K::InIf, record.m_inputIf);
         }
@@ -371,7 +397,7 @@ void CFlowMaker::AppendV8(const CNetFlowPacketV8& packet, const CFlowContext& co
         for (const CNetFlowRecordRouterDstPrefixV8& record : m_routerDstPrefix) {
             CFlowRecord& flow = add(record);
             flow.SetAddress(K::DstAddr, CFlowAddress::IPv4(record.m_dstPrefix));
-            flow.Set(K::DstMask, record.m_dstMask);
+            SetChecked(flow, K::DstMask, record.m_dstMask);
             flow.Set(K::DstAs, record.m_dstAS);
             flow.Set(K::OutIf, record.m_outputIf);
         }
@@ -382,8 +408,8 @@ void CFlowMaker::AppendV8(const CNetFlowPacketV8& packet, const CFlowContext& co
             CFlowRecord& flow = add(record);
             flow.SetAddress(K::SrcAddr, CFlowAddress::IPv4(record.m_srcPrefix));
             flow.SetAddress(K::DstAddr, CFlowAddress::IPv4(record.m_dstPrefix));
-            flow.Set(K::SrcMask, record.m_srcMask);
-            flow.Set(K::DstMask, record.m_dstMask);
+            SetChecked(flow, K::SrcMask, record.m_srcMask);
+            SetChecked(flow, K::DstMask, record.m_dstMask);
             flow.Set(K::SrcAs, record.m_srcAS);
             flow.Set(K::DstAs, record.m_dstAS);
             flow.Set(K::InIf, record.m_inputIf);
@@ -539,7 +565,8 @@ void CFlowMaker::AppendV9(const CNetFlowPacketV9& packet, const CFlowContext& co
         else if (!flow.IsNull(K::SrcAddr) || !flow.IsNull(K::DstAddr))
             flow.Set(K::IpVersion, AddressVersion(flow));
         // ICMP type and code in their own field go where NetFlow's ports carry them.
-        if (icmpType >= 0 && (flow.IsNull(K::DstPort) || flow.Get(K::DstPort) == 0)) {
+        if (icmpType >= 0 && icmpType <= Largest(K::DstPort) &&
+            (flow.IsNull(K::DstPort) || flow.Get(K::DstPort) == 0)) {
             flow.Set(K::DstPort, icmpType);
             if (flow.IsNull(K::SrcPort))
                 flow.Set(K::SrcPort, 0);

@@ -327,3 +327,12 @@ TEST(FlowMaker, AppendsWithoutClearing) {
     EXPECT_EQ(flows[0], CFlowRecord());
     EXPECT_EQ(flows[2].Get(K::Bytes), 5000);
 }
+
+TEST(FlowMakerV5, MasksBeyond128AreNoMasks) {
+    V5Record record = kV5Record;
+    record.srcMask = 200;
+    record.dstMask = 32;
+    const auto flows = FlowsOf<CNetFlowPacketV5>(Datagram(V5Header{.count = 1}, record));
+    EXPECT_TRUE(flows[0].IsNull(K::SrcMask));
+    EXPECT_EQ(flows[0].Get(K::DstMask), 32);
+}

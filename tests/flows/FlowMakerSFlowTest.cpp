@@ -274,3 +274,22 @@ TEST(FlowMakerSFlow, OtherVersionsGiveNone) {
     const Bytes datagram = Datagram(HeaderFields{.version = 3}, {});
     EXPECT_TRUE(Flows(datagram).empty());
 }
+
+TEST(FlowMakerSFlow, RecordValuesOutOfTheirKeysRangeAreNoValues) {
+    ByteBuilder body;
+    body.u32(1280).u32(300).u32(0x20010db8).u32(0).u32(0).u32(1).u32(0x20010db8).u32(0).u32(0).u32(2);
+    body.u32(70000).u32(65535).u32(0x10000).u32(256);
+    const auto flows = Flows(
+        Datagram(HeaderFields{},
+                 {FlowSampleV5(FlowFields{}, {Record(4, body), Record(1001, ExtendedSwitch(4096, 0, 0, 0)),
+                                              Record(1002, Router(0, 33, 129))})}));
+    ASSERT_EQ(flows.size(), 1u);
+    EXPECT_TRUE(flows[0].IsNull(K::Proto));
+    EXPECT_TRUE(flows[0].IsNull(K::SrcPort));
+    EXPECT_EQ(flows[0].Get(K::DstPort), 65535);
+    EXPECT_TRUE(flows[0].IsNull(K::TcpFlags));
+    EXPECT_TRUE(flows[0].IsNull(K::Tos));
+    EXPECT_TRUE(flows[0].IsNull(K::Vlan));
+    EXPECT_EQ(flows[0].Get(K::SrcMask), 33);
+    EXPECT_TRUE(flows[0].IsNull(K::DstMask));
+}

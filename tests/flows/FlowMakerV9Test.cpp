@@ -188,3 +188,23 @@ TEST(FlowMakerV9, SamplerIntervalInTheRecord) {
 TEST(FlowMakerV9, NoRecordsNoFlows) {
     EXPECT_TRUE(FlowsOf<CNetFlowPacketV9>(NetFlowV9Datagram(kHeader).Template(312, {{1, 4}})).empty());
 }
+
+TEST(FlowMakerV9, ValuesOutOfTheirKeysRangeAreNoValues) {
+    const CByteArray datagram =
+        NetFlowV9Datagram(kHeader)
+            .Template(313, {{7, 4}, {11, 4}, {4, 2}, {9, 1}, {58, 2}, {32, 4}})
+            .Data(313, ByteBuilder().u32(70000).u32(443).u16(256).u8(129).u16(4096).u32(0x10000))
+            .Template(314, {{6, 2}, {13, 1}, {59, 2}, {32, 4}})
+            .Data(314, ByteBuilder().u16(0x01FF).u8(128).u16(4095).u32(0x0303), 3);
+    const auto flows = FlowsOf<CNetFlowPacketV9>(datagram);
+    ASSERT_EQ(flows.size(), 2u);
+    EXPECT_TRUE(flows[0].IsNull(K::SrcPort));
+    EXPECT_EQ(flows[0].Get(K::DstPort), 443);
+    EXPECT_TRUE(flows[0].IsNull(K::Proto));
+    EXPECT_TRUE(flows[0].IsNull(K::SrcMask));
+    EXPECT_TRUE(flows[0].IsNull(K::Vlan));
+    EXPECT_EQ(flows[1].Get(K::TcpFlags), 0x01FF); // up to 16 bits, as IPFIX carries them
+    EXPECT_EQ(flows[1].Get(K::DstMask), 128);
+    EXPECT_EQ(flows[1].Get(K::Vlan), 4095);
+    EXPECT_EQ(flows[1].Get(K::DstPort), 0x0303);
+}

@@ -215,7 +215,7 @@ TEST(SampledHeaderParser, AnyBytesAreSafe) {
         std::vector<uint8_t> bytes(random() % 200);
         for (uint8_t& x : bytes)
             x = static_cast<uint8_t>(random());
-        if (bytes.size() > 13 && round % 2 == 0) { // steer half of them into the IP parsers
+        if (bytes.size() > 14 && round % 2 == 0) { // steer half of them into the IP parsers
             bytes[12] = round % 4 == 0 ? 0x86 : 0x08;
             bytes[13] = round % 4 == 0 ? 0xDD : 0x00;
             bytes[14] = round % 4 == 0 ? 0x60 : 0x45;

@@ -262,6 +262,163 @@ void SetExtendedData(CFlowRecord& flow, const CSFlowRecord& record, uint32_t ver
     }
 }
 
+// The keys of one v9 data record, field by field, in template order. A key with a preferred field and
+// a fallback (IN_BYTES, else OUT_BYTES) takes the preferred one wherever the two stand; keys made of
+// several fields (IP version, ICMP type and code) are settled by Finish.
+class CTemplateFields {
+public:
+    CTemplateFields(CFlowRecord& flow, int64_t exportTime, uint32_t sysUptime)
+        : m_flow(flow), m_exportTime(exportTime), m_sysUptime(sysUptime) {}
+
+    void Take(int type, const CByteArray& value, bool scope) {
+        m_scope = m_scope || scope;
+        switch (type) {
+        case CNetFlowField::IN_BYTES:
+            m_inBytes = true;
+            SetIntegerField(m_flow, K::Bytes, value);
+            break;
+        case CNetFlowField::OUT_BYTES:
+            SetFallbackField(m_flow, K::Bytes, value, m_inBytes);
+            break;
+        case CNetFlowField::IN_PKTS:
+            m_inPackets = true;
+            SetIntegerField(m_flow, K::Packets, value);
+            break;
+        case CNetFlowField::OUT_PKTS:
+            SetFallbackField(m_flow, K::Packets, value, m_inPackets);
+            break;
+        case CNetFlowField::PROT:
+            SetIntegerField(m_flow, K::Proto, value);
+            break;
+        case CNetFlowField::SRC_TOS:
+            SetIntegerField(m_flow, K::Tos, value);
+            break;
+        case CNetFlowField::TCP_FLAGS:
+            SetIntegerField(m_flow, K::TcpFlags, value);
+            break;
+        case CNetFlowField::L4_SRC_PORT:
+            SetIntegerField(m_flow, K::SrcPort, value);
+            break;
+        case CNetFlowField::L4_DST_PORT:
+            SetIntegerField(m_flow, K::DstPort, value);
+            break;
+        case CNetFlowField::ICMP_TYPE:
+            UnsignedValue(value, m_icmpType);
+            break;
+        case CNetFlowField::IPV4_SRC_ADDR:
+            SetAddressField(m_flow, K::SrcAddr, value, 4);
+            break;
+        case CNetFlowField::IPV4_DST_ADDR:
+            SetAddressField(m_flow, K::DstAddr, value, 4);
+            break;
+        case CNetFlowField::IPV4_NEXT_HOP:
+            SetAddressField(m_flow, K::NextHop, value, 4);
+            break;
+        case CNetFlowField::IPV6_SRC_ADDR:
+            SetAddressField(m_flow, K::SrcAddr, value, 16);
+            break;
+        case CNetFlowField::IPV6_DST_ADDR:
+            SetAddressField(m_flow, K::DstAddr, value, 16);
+            break;
+        case CNetFlowField::IPV6_NEXT_HOP:
+            SetAddressField(m_flow, K::NextHop, value, 16);
+            break;
+        case CNetFlowField::SRC_MASK:
+        case CNetFlowField::IPV6_SRC_MASK:
+            SetIntegerField(m_flow, K::SrcMask, value);
+            break;
+        case CNetFlowField::DST_MASK:
+        case CNetFlowField::IPV6_DST_MASK:
+            SetIntegerField(m_flow, K::DstMask, value);
+            break;
+        case CNetFlowField::INPUT_SNMP:
+            SetIntegerField(m_flow, K::InIf, value);
+            break;
+        case CNetFlowField::OUTPUT_SNMP:
+            SetIntegerField(m_flow, K::OutIf, value);
+            break;
+        case CNetFlowField::SRC_AS:
+            SetIntegerField(m_flow, K::SrcAs, value);
+            break;
+        case CNetFlowField::DST_AS:
+            SetIntegerField(m_flow, K::DstAs, value);
+            break;
+        case CNetFlowField::FIRST_SWITCHED:
+        case CNetFlowField::LAST_SWITCHED: {
+            int64_t uptime;
+            if (UnsignedValue(value, uptime))
+                m_flow.Set(type == CNetFlowField::FIRST_SWITCHED ? K::FlowStart : K::FlowEnd,
+                           TimeOfUptime(m_exportTime, m_sysUptime, static_cast<uint32_t>(uptime)));
+            break;
+        }
+        case CNetFlowField::SAMPLING_INTERVAL:
+        case CNetFlowField::FLOW_SAMPLER_RANDOM_INTERVAL: {
+            int64_t rate;
+            if (UnsignedValue(value, rate) && rate != 0)
+                m_flow.Set(K::SamplingRate, rate);
+            break;
+        }
+        case CNetFlowField::IN_SRC_MAC:
+            m_inSrcMac = true;
+            if (value.size() == 6)
+                m_flow.SetMac(K::SrcMac, value.data());
+            break;
+        case CNetFlowField::OUT_SRC_MAC:
+            if (!m_inSrcMac && value.size() == 6)
+                m_flow.SetMac(K::SrcMac, value.data());
+            break;
+        case CNetFlowField::IN_DST_MAC:
+            m_inDstMac = true;
+            if (value.size() == 6)
+                m_flow.SetMac(K::DstMac, value.data());
+            break;
+        case CNetFlowField::OUT_DST_MAC:
+            if (!m_inDstMac && value.size() == 6)
+                m_flow.SetMac(K::DstMac, value.data());
+            break;
+        case CNetFlowField::SRC_VLAN:
+            m_srcVlan = true;
+            SetIntegerField(m_flow, K::Vlan, value);
+            break;
+        case CNetFlowField::DST_VLAN:
+            SetFallbackField(m_flow, K::Vlan, value, m_srcVlan);
+            break;
+        case CNetFlowField::IP_PROTOCOL_VERSION:
+            UnsignedValue(value, m_ipVersion);
+            break;
+        default:
+            break;
+        }
+    }
+
+    // False for a record of an options template (it has scope fields): it describes the exporter, not
+    // traffic.
+    bool IsFlow() const { return !m_scope; }
+
+    void Finish() {
+        if (m_ipVersion == 4 || m_ipVersion == 6)
+            m_flow.Set(K::IpVersion, m_ipVersion);
+        else if (!m_flow.IsNull(K::SrcAddr) || !m_flow.IsNull(K::DstAddr))
+            m_flow.Set(K::IpVersion, AddressVersion(m_flow));
+        // ICMP type and code in their own field go where NetFlow's ports carry them.
+        if (m_icmpType >= 0 && m_icmpType <= Largest(K::DstPort) &&
+            (m_flow.IsNull(K::DstPort) || m_flow.Get(K::DstPort) == 0)) {
+            m_flow.Set(K::DstPort, m_icmpType);
+            if (m_flow.IsNull(K::SrcPort))
+                m_flow.Set(K::SrcPort, 0);
+        }
+    }
+
+private:
+    CFlowRecord& m_flow;
+    const int64_t m_exportTime;
+    const uint32_t m_sysUptime;
+    bool m_scope = false;
+    bool m_inBytes = false, m_inPackets = false, m_inSrcMac = false, m_inDstMac = false, m_srcVlan = false;
+    int64_t m_icmpType = -1;
+    int64_t m_ipVersion = 0;
+};
+
 } // namespace
 
 CFlowContext CFlowContext::ForPacket(const CTPAbstractPacket& packet, int64_t timeReceived) {
@@ -297,7 +454,9 @@ size_t CFlowMaker::Append(const CTPAbstractPacket& packet, const CFlowContext& c
         AppendV7(*v7, context, flows);
     else if (const auto* v8 = dynamic_cast<const CNetFlowPacketV8*>(&packet))
         AppendV8(*v8, context, flows);
-    // IPFIX: one more branch here when its packet kind is in the library.
+    // IPFIX, once its packet kind is in the library: one more branch whose records go through
+    // CTemplateFields too (IANA elements 1 to 127 are the v9 field types), with the elements IPFIX adds
+    // (flowStart/End seconds to nanoseconds 150-157, icmpTypeCodeIPv6 139).
     return flows.size() - before;
 }
 
@@ -428,149 +587,15 @@ void CFlowMaker::AppendV9(const CNetFlowPacketV9& packet, const CFlowContext& co
     base.Set(K::Sequence, header.m_packageSequence);
     base.Set(K::ObservationDomain, header.m_sourceID);
     const int64_t exportTime = int64_t(header.m_unixSecs) * 1000;
-    const auto& records = packet.GetRecords();
-    for (const CNetFlowSetRecord& record : records) {
-        CFlowRecord& flow = flows.emplace_back(base);
-        bool scope = false;
-        bool inBytes = false, inPackets = false, inSrcMac = false, inDstMac = false, srcVlan = false;
-        int64_t icmpType = -1, ipVersion = 0;
+    for (const CNetFlowSetRecord& record : packet.GetRecords()) {
+        CTemplateFields fields(flows.emplace_back(base), exportTime, header.m_sysUptime);
         record.ForEachField([&](const CNetFlowField& field) {
-            const CByteArray& value = field.m_value;
-            scope = scope || field.IsScope() != FALSE;
-            switch (field.GetType()) {
-            case CNetFlowField::IN_BYTES:
-                inBytes = true;
-                SetIntegerField(flow, K::Bytes, value);
-                break;
-            case CNetFlowField::OUT_BYTES:
-                SetFallbackField(flow, K::Bytes, value, inBytes);
-                break;
-            case CNetFlowField::IN_PKTS:
-                inPackets = true;
-                SetIntegerField(flow, K::Packets, value);
-                break;
-            case CNetFlowField::OUT_PKTS:
-                SetFallbackField(flow, K::Packets, value, inPackets);
-                break;
-            case CNetFlowField::PROT:
-                SetIntegerField(flow, K::Proto, value);
-                break;
-            case CNetFlowField::SRC_TOS:
-                SetIntegerField(flow, K::Tos, value);
-                break;
-            case CNetFlowField::TCP_FLAGS:
-                SetIntegerField(flow, K::TcpFlags, value);
-                break;
-            case CNetFlowField::L4_SRC_PORT:
-                SetIntegerField(flow, K::SrcPort, value);
-                break;
-            case CNetFlowField::L4_DST_PORT:
-                SetIntegerField(flow, K::DstPort, value);
-                break;
-            case CNetFlowField::ICMP_TYPE:
-                UnsignedValue(value, icmpType);
-                break;
-            case CNetFlowField::IPV4_SRC_ADDR:
-                SetAddressField(flow, K::SrcAddr, value, 4);
-                break;
-            case CNetFlowField::IPV4_DST_ADDR:
-                SetAddressField(flow, K::DstAddr, value, 4);
-                break;
-            case CNetFlowField::IPV4_NEXT_HOP:
-                SetAddressField(flow, K::NextHop, value, 4);
-                break;
-            case CNetFlowField::IPV6_SRC_ADDR:
-                SetAddressField(flow, K::SrcAddr, value, 16);
-                break;
-            case CNetFlowField::IPV6_DST_ADDR:
-                SetAddressField(flow, K::DstAddr, value, 16);
-                break;
-            case CNetFlowField::IPV6_NEXT_HOP:
-                SetAddressField(flow, K::NextHop, value, 16);
-                break;
-            case CNetFlowField::SRC_MASK:
-            case CNetFlowField::IPV6_SRC_MASK:
-                SetIntegerField(flow, K::SrcMask, value);
-                break;
-            case CNetFlowField::DST_MASK:
-            case CNetFlowField::IPV6_DST_MASK:
-                SetIntegerField(flow, K::DstMask, value);
-                break;
-            case CNetFlowField::INPUT_SNMP:
-                SetIntegerField(flow, K::InIf, value);
-                break;
-            case CNetFlowField::OUTPUT_SNMP:
-                SetIntegerField(flow, K::OutIf, value);
-                break;
-            case CNetFlowField::SRC_AS:
-                SetIntegerField(flow, K::SrcAs, value);
-                break;
-            case CNetFlowField::DST_AS:
-                SetIntegerField(flow, K::DstAs, value);
-                break;
-            case CNetFlowField::FIRST_SWITCHED:
-            case CNetFlowField::LAST_SWITCHED: {
-                int64_t uptime;
-                if (UnsignedValue(value, uptime))
-                    flow.Set(field.GetType() == CNetFlowField::FIRST_SWITCHED ? K::FlowStart : K::FlowEnd,
-                             TimeOfUptime(exportTime, header.m_sysUptime, static_cast<uint32_t>(uptime)));
-                break;
-            }
-            case CNetFlowField::SAMPLING_INTERVAL:
-            case CNetFlowField::FLOW_SAMPLER_RANDOM_INTERVAL: {
-                int64_t rate;
-                if (UnsignedValue(value, rate) && rate != 0)
-                    flow.Set(K::SamplingRate, rate);
-                break;
-            }
-            case CNetFlowField::IN_SRC_MAC:
-                inSrcMac = true;
-                if (value.size() == 6)
-                    flow.SetMac(K::SrcMac, value.data());
-                break;
-            case CNetFlowField::OUT_SRC_MAC:
-                if (!inSrcMac && value.size() == 6)
-                    flow.SetMac(K::SrcMac, value.data());
-                break;
-            case CNetFlowField::IN_DST_MAC:
-                inDstMac = true;
-                if (value.size() == 6)
-                    flow.SetMac(K::DstMac, value.data());
-                break;
-            case CNetFlowField::OUT_DST_MAC:
-                if (!inDstMac && value.size() == 6)
-                    flow.SetMac(K::DstMac, value.data());
-                break;
-            case CNetFlowField::SRC_VLAN:
-                srcVlan = true;
-                SetIntegerField(flow, K::Vlan, value);
-                break;
-            case CNetFlowField::DST_VLAN:
-                SetFallbackField(flow, K::Vlan, value, srcVlan);
-                break;
-            case CNetFlowField::IP_PROTOCOL_VERSION:
-                UnsignedValue(value, ipVersion);
-                break;
-            default:
-                break;
-            }
+            fields.Take(field.GetType(), field.m_value, field.IsScope() != FALSE);
         });
-        // Options records describe the exporter, not traffic.
-        if (scope) {
+        if (fields.IsFlow())
+            fields.Finish();
+        else
             flows.pop_back();
-            continue;
-        }
-        if (ipVersion == 4 || ipVersion == 6)
-            flow.Set(K::IpVersion, ipVersion);
-        else if (!flow.IsNull(K::SrcAddr) || !flow.IsNull(K::DstAddr))
-            flow.Set(K::IpVersion, AddressVersion(flow));
-        // ICMP type and code in their own field go where NetFlow's ports carry them.
-        if (icmpType >= 0 && icmpType <= Largest(K::DstPort) &&
-            (flow.IsNull(K::DstPort) || flow.Get(K::DstPort) == 0)) {
-            flow.Set(K::DstPort, icmpType);
-            if (flow.IsNull(K::SrcPort))
-                flow.Set(K::SrcPort, 0);
-        }
     }
 }
 

@@ -164,5 +164,5 @@ TEST(FlowJson, AppendsAfterWhatTheLineHolds) {
 TEST(FlowJson, StringsAreEscaped) {
     std::string out;
     CFlowJson::AppendString(out, std::string("a\"b\\c\n\x01\x1f/\xc3\xa9", 11));
-    EXPECT_EQ(out, "\"a\\\"b\\\\c\\u000a\\u0001\\u001f/\xc3\xa9\"");
+    EXPECT_EQ(out, "\"a\\\"b\\\\c\\n\\u0001\\u001f/\xc3\xa9\"");
 }

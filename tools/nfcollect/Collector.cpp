@@ -19,6 +19,8 @@ namespace {
 constexpr std::chrono::milliseconds kTick(50);
 
 OutputFormat ParseFormat(const std::string& name) {
+    if (name == "flows")
+        return OutputFormat::Flows;
     if (name == "fields")
         return OutputFormat::Fields;
     if (name == "json")
@@ -56,6 +58,8 @@ std::filesystem::path DefaultSpillDir(const CollectorOptions& options) {
         return options.spillDir;
     if (!options.db.empty())
         return options.db + ".spill";
+    if (!options.flowsDb.empty())
+        return options.flowsDb + ".spill";
     return "nfcollect.spill";
 }
 
@@ -86,9 +90,20 @@ bool CCollector::Start() {
         }
     }
     const fs::path spillDir = DefaultSpillDir(m_options);
-    if (!m_options.dsn.empty())
+    if (!m_options.dsn.empty()) {
         m_pV9Store = std::make_unique<CV9Store>(tpnf::FromUtf8(m_options.dsn), m_options.maxQueue,
                                                 spillDir / "database", m_console, m_loop);
+        m_stores.push_back(m_pV9Store.get());
+    }
+    if (!m_options.flowsDsn.empty()) {
+        m_pFlowStore = std::make_unique<CFlowStore>(tpnf::FromUtf8(m_options.flowsDsn), m_options.maxQueue,
+                                                    spillDir / "flows", m_console);
+        m_stores.push_back(m_pFlowStore.get());
+    }
+    if (m_pMetrics)
+        for (CStore* store : m_stores)
+            store->SetWriteObserver(
+                [this, name = store->GetName()](double seconds) { m_pMetrics->ObserveWrite(name, seconds); });
 
     CWorker::Settings settings;
     settings.port = static_cast<UINT>(m_options.port);
@@ -96,6 +111,7 @@ bool CCollector::Start() {
     settings.format = ParseFormat(m_options.format);
     settings.pConsole = &m_console;
     settings.pV9Store = m_pV9Store.get();
+    settings.pFlowStore = m_pFlowStore.get();
     settings.pMetrics = m_pMetrics.get();
     if (m_options.count > 0)
         settings.onDatagram = [this] {
@@ -118,8 +134,8 @@ bool CCollector::Start() {
     m_start = Clock::now();
     m_lastStatsLine = m_start;
     m_strLastStatsLine = StatsLine(); // nothing has happened yet: no line until something does
-    if (m_pV9Store)
-        m_pV9Store->Start();
+    for (CStore* store : m_stores)
+        store->Start();
     if (!m_options.quiet) {
         if (m_options.trace)
             m_console.Message("listening on UDP port " + std::to_string(port) + ", writing trace files to " +
@@ -166,8 +182,8 @@ void CCollector::WaitForHangUp() {
             if (!PrepareWritableDirectory(m_options.traceDir, problem))
                 m_console.Message("trace directory " + m_options.traceDir + " is not writable: " + problem);
         }
-        if (m_pV9Store)
-            m_pV9Store->ReopenSpill();
+        for (CStore* store : m_stores)
+            store->ReopenSpill();
         m_console.Message("SIGHUP: output directories reopened");
         WaitForHangUp();
     });
@@ -178,12 +194,13 @@ void CCollector::ScheduleTick() {
     m_tickTimer.async_wait([this](const std::error_code& error) {
         if (error || m_bStopping)
             return;
-        if (m_pV9Store && !m_pV9Store->Supervise()) {
-            m_console.Message("database error: " + m_pV9Store->GetFatalError());
-            m_nExitCode = 1;
-            Shutdown();
-            return;
-        }
+        for (CStore* store : m_stores)
+            if (!store->Supervise()) {
+                m_console.Message(store->GetTitle() + " error: " + store->GetFatalError());
+                m_nExitCode = 1;
+                Shutdown();
+                return;
+            }
         ScheduleTick();
     });
 }
@@ -242,30 +259,37 @@ void CCollector::Shutdown() {
 // The loop has run out of work: the stores are given the time they need to store what waits (or to
 // spill it), then the summary.
 void CCollector::Finish() {
-    if (m_pV9Store) {
-        Clock::time_point nextReport = Clock::now() + std::chrono::seconds(1);
-        while (!m_pV9Store->Finish()) {
-            if (Clock::now() >= nextReport && m_pV9Store->GetSnapshot().waitingPackets > 0) {
-                m_console.Message("waiting for the database writer to store " +
-                                  std::to_string(m_pV9Store->GetSnapshot().waitingPackets) + " packets");
-                nextReport += std::chrono::seconds(5);
-            }
-            // The writer says goodbye through this loop.
-            m_loop.restart();
-            m_loop.run_for(kTick);
+    Clock::time_point nextReport = Clock::now() + std::chrono::seconds(1);
+    for (;;) {
+        bool finished = true;
+        uint64_t waiting = 0;
+        for (CStore* store : m_stores) {
+            finished = store->Finish() && finished;
+            waiting += store->GetSnapshot().waitingRecords;
         }
-        const CStore::Snapshot store = m_pV9Store->GetSnapshot();
-        if (const uint64_t unstored = m_pV9Store->GetUnstoredAtEnd(); unstored > 0) {
-            m_console.Message(std::to_string(unstored) + " packets were not stored" +
-                              (store.lastError.empty() ? "" : ": " + store.lastError) +
-                              "; their datagrams are in " + m_pV9Store->GetSpillPath().string());
+        if (finished)
+            break;
+        if (Clock::now() >= nextReport && waiting > 0) {
+            m_console.Message("waiting for the stores to write " + std::to_string(waiting) + " records");
+            nextReport += std::chrono::seconds(5);
+        }
+        // The v9 writer says goodbye through this loop.
+        m_loop.restart();
+        m_loop.run_for(kTick);
+    }
+    for (CStore* store : m_stores) {
+        const CStore::Snapshot snapshot = store->GetSnapshot();
+        if (const uint64_t unstored = store->GetUnstoredAtEnd(); unstored > 0) {
+            m_console.Message(store->Unstored(unstored) +
+                              (snapshot.lastError.empty() ? "" : ": " + snapshot.lastError) +
+                              "; their datagrams are in " + store->GetSpillPath().string());
             m_nExitCode = 1;
         }
-        if (store.spillErrors > 0) {
-            m_console.Message(std::to_string(store.spillErrors) +
+        if (snapshot.spillErrors > 0) {
+            m_console.Message(std::to_string(snapshot.spillErrors) +
                               " datagrams could neither be stored nor spilled and are lost");
             m_nExitCode = 1;
-        } else if (store.spilled > 0) {
+        } else if (snapshot.spilled > 0) {
             m_nExitCode = 1; // stored later only by a replay
         }
     }
@@ -279,8 +303,8 @@ void CCollector::Finish() {
 void CCollector::UpdateMetrics() {
     if (!m_pMetrics)
         return;
-    if (m_pV9Store)
-        m_pMetrics->SetStore(m_pV9Store->GetName(), m_pV9Store->GetSnapshot());
+    for (CStore* store : m_stores)
+        m_pMetrics->SetStore(store->GetName(), store->GetSnapshot());
 }
 
 std::string CCollector::StatsLine() {
@@ -313,17 +337,16 @@ std::string CCollector::StatsLine() {
     }
     line += ", " + std::to_string(counts.errors) + " decode errors";
     line += ", " + std::to_string(s.ignored + s.malformed) + " dropped";
-    if (m_pV9Store) {
-        const CStore::Snapshot store = m_pV9Store->GetSnapshot();
-        line += ", " + std::to_string(store.storedPackets) + " stored, " +
-                std::to_string(store.waitingPackets) + " waiting for the database";
-        if (store.spilled > 0)
-            line += ", " + std::to_string(store.spilled) + " spilled";
-        if (store.state == CStore::EState::Failed) {
+    for (CStore* store : m_stores) {
+        const CStore::Snapshot snapshot = store->GetSnapshot();
+        line += ", " + store->Progress(snapshot);
+        if (snapshot.spilled > 0)
+            line += ", " + std::to_string(snapshot.spilled) + " spilled";
+        if (snapshot.state == CStore::EState::Failed) {
             char retry[32];
-            std::snprintf(retry, sizeof retry, "%.0f", store.secondsToRetry);
-            line += " (database unavailable, attempt " + std::to_string(store.retries + 1) + " in " + retry +
-                    " s)";
+            std::snprintf(retry, sizeof retry, "%.0f", snapshot.secondsToRetry);
+            line += " (" + store->GetTitle() + " unavailable, attempt " +
+                    std::to_string(snapshot.retries + 1) + " in " + retry + " s)";
         }
     }
     if (m_options.trace || s.traced > 0 || s.traceFailures > 0)

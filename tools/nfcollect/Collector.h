@@ -12,6 +12,7 @@
 
 #include "CollectorOptions.h"
 #include "Console.h"
+#include "FlowStore.h"
 #include "Metrics.h"
 #include "V9Store.h"
 #include "Worker.h"
@@ -58,6 +59,8 @@ private:
 
     std::unique_ptr<CMetrics> m_pMetrics;
     std::unique_ptr<CV9Store> m_pV9Store;
+    std::unique_ptr<CFlowStore> m_pFlowStore;
+    std::vector<CStore*> m_stores; // both of them, those in use
     std::vector<std::unique_ptr<CWorker>> m_workers;
 
     std::atomic<uint64_t> m_nDatagrams{0}; // for --count

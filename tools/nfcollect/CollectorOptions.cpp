@@ -19,9 +19,10 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
 
     app.add_option("-f,--format", options.format,
                    "output per packet: text (the packet's rendering), fields (NAME=value lines per record),\n"
-                   "json (one object per packet per line) or none")
+                   "json (one object per packet per line), flows (one JSON object per flow per line, the\n"
+                   "same keys for every protocol) or none")
         ->capture_default_str()
-        ->check(CLI::IsMember({"text", "fields", "json", "none"}))
+        ->check(CLI::IsMember({"text", "fields", "json", "flows", "none"}))
         ->group("Output");
     app.add_flag("-t,--trace", options.trace,
                  "trace mode: write every datagram raw to nf_trace_<n>.nfdmp in the trace directory\n"
@@ -51,6 +52,16 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
            "--db", options.db,
            "store NetFlow v9 records in this SQLite file (created when missing, WAL journal), through\n"
            "the SQLite ODBC driver; no ODBC set-up needed")
+        ->run_callback_for_default()
+        ->group("Storage");
+    app.add_option("--flows-dsn", options.flowsDsn,
+                   "store every flow of every protocol as one row of the table flows in this ODBC data\n"
+                   "source (created when missing); several collectors may write one table")
+        ->run_callback_for_default()
+        ->group("Storage");
+    app.add_option(
+           "--flows-db", options.flowsDb,
+           "the same in this SQLite file (created when missing, WAL journal); may be the file of --db")
         ->run_callback_for_default()
         ->group("Storage");
     app.add_option("--max-queue", options.maxQueue,
@@ -85,5 +96,8 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
     app.callback([&options] {
         if (!options.db.empty() && !options.dsn.empty())
             throw CLI::ValidationError("--db", "excludes --dsn: store in a SQLite file or in a data source");
+        if (!options.flowsDb.empty() && !options.flowsDsn.empty())
+            throw CLI::ValidationError(
+                "--flows-db", "excludes --flows-dsn: store flows in a SQLite file or in a data source");
     });
 }

@@ -15,6 +15,8 @@ struct CollectorOptions {
     std::string traceDir;
     std::string dsn;
     std::string db;
+    std::string flowsDsn;
+    std::string flowsDb;
     bool quiet = false;
     double statsInterval = 60;
     uint64_t maxQueue = 1000000;

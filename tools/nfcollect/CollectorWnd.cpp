@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "Console.h"
+#include "FlowStore.h"
 #include "V9Store.h"
 #include "session/Messages.h"
 #include "util/TextConvert.h"
@@ -41,15 +42,23 @@ void CCollectorWnd::TakePackets() {
         if (m_pCounters)
             m_pCounters->Packet(packet->GetSenderIPAddress(), protocol,
                                 static_cast<uint64_t>(std::max<int64_t>(0, packet->GetSize())));
+        m_flows.clear();
+        if (m_pFlowStore != nullptr || m_printer.GetFormat() == OutputFormat::Flows) {
+            CFlowContext context = CFlowContext::ForPacket(*packet, datagram.timeReceived);
+            context.datagram = pDatagram;
+            m_flowMaker.Append(*packet, context, m_flows);
+        }
         if (m_printer.GetFormat() != OutputFormat::None) {
             try {
-                m_console.Write(m_printer.Render(*packet));
+                m_console.Write(m_printer.Render(*packet, m_flows));
             } catch (const std::exception& error) {
                 ++m_counts.renderFailures;
                 m_console.Message("could not render a " + tpnf::ToUtf8(packet->GetProtocol()) +
                                   " packet: " + error.what());
             }
         }
+        if (m_pFlowStore != nullptr)
+            m_pFlowStore->Offer(*packet, m_flows, datagram);
         if (m_pV9Store != nullptr)
             m_pV9Store->Offer(packet, datagram);
     }

@@ -5,20 +5,24 @@
 
 #include "Metrics.h"
 #include "PacketPrinter.h"
+#include "flows/FlowMaker.h"
 #include "session/NetFlowSession.h"
 #include "session/Wnd.h"
 
 class CConsole;
 class CV9Store;
+class CFlowStore;
 
-// A worker's owner window: takes the packets on each WM_NETFLOW_PACKET, prints them, counts them by
-// protocol, hands them to the stores and counts WM_NETFLOW_ERROR. A packet a store keeps belongs to the
+// A worker's owner window: takes the packets on each WM_NETFLOW_PACKET, makes their flows when the output
+// or a store needs them, prints them, counts them by protocol, hands them to the stores and counts
+// WM_NETFLOW_ERROR. A packet a store keeps belongs to the
 // store from then on; every other packet is deleted at once.
 class CCollectorWnd : public CWnd {
 public:
     CCollectorWnd(CNetFlowSession& session, OutputFormat format, CConsole& console, CV9Store* pV9Store,
-                  CMetrics* pMetrics)
+                  CFlowStore* pFlowStore, CMetrics* pMetrics)
         : m_session(session), m_printer(format), m_console(console), m_pV9Store(pV9Store),
+          m_pFlowStore(pFlowStore),
           m_pCounters(pMetrics != nullptr ? pMetrics->NewWorkerCounters() : nullptr) {}
 
     LRESULT WindowProc(UINT message, WPARAM wParam, LPARAM lParam) override;
@@ -39,6 +43,9 @@ private:
     CPacketPrinter m_printer;
     CConsole& m_console;
     CV9Store* m_pV9Store;
+    CFlowStore* m_pFlowStore;
+    CFlowMaker m_flowMaker;
+    std::vector<CFlowRecord> m_flows; // the current packet's, reused
     std::unique_ptr<CMetrics::CWorkerCounters> m_pCounters;
     CArray<CTPAbstractPacket*, CTPAbstractPacket*> m_batch;
     Counts m_counts;

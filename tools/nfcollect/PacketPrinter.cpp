@@ -1,5 +1,6 @@
 #include "PacketPrinter.h"
 
+#include "flows/FlowJson.h"
 #include "netflow9/NetFlowField.h"
 #include "util/Format.h"
 #include "util/TextConvert.h"
@@ -14,7 +15,7 @@ std::string Sender(const CTPAbstractPacket& packet) {
 
 } // namespace
 
-const std::string& CPacketPrinter::Render(CTPAbstractPacket& packet) {
+const std::string& CPacketPrinter::Render(CTPAbstractPacket& packet, const std::vector<CFlowRecord>& flows) {
     m_buffer.clear();
     switch (m_format) {
     case OutputFormat::Text:
@@ -25,6 +26,12 @@ const std::string& CPacketPrinter::Render(CTPAbstractPacket& packet) {
         break;
     case OutputFormat::Json:
         PrintJson(packet);
+        break;
+    case OutputFormat::Flows:
+        for (const CFlowRecord& flow : flows) {
+            CFlowJson::Append(m_buffer, flow);
+            m_buffer += '\n';
+        }
         break;
     case OutputFormat::None:
         break;
@@ -70,17 +77,17 @@ void CPacketPrinter::PrintFields(CTPAbstractPacket& packet) {
 
 void CPacketPrinter::PrintJson(CTPAbstractPacket& packet) {
     m_buffer += "{\"sender\":";
-    AppendJsonString(m_buffer, Sender(packet));
+    CFlowJson::AppendString(m_buffer, Sender(packet));
     m_buffer += ",\"protocol\":";
-    AppendJsonString(m_buffer, tpnf::ToUtf8(packet.GetProtocol()));
+    CFlowJson::AppendString(m_buffer, tpnf::ToUtf8(packet.GetProtocol()));
     m_buffer += ",\"timestamp\":";
     try {
-        AppendJsonString(m_buffer, tpnf::ToUtf8(packet.GetTimestamp()));
+        CFlowJson::AppendString(m_buffer, tpnf::ToUtf8(packet.GetTimestamp()));
     } catch (const CInvalidArgException&) {
         m_buffer += "null"; // an export time before 1970 has no local time
     }
     m_buffer += ",\"uptime\":";
-    AppendJsonString(m_buffer, tpnf::ToUtf8(packet.GetSysUpTime()));
+    CFlowJson::AppendString(m_buffer, tpnf::ToUtf8(packet.GetSysUpTime()));
     const int64_t size = packet.GetSize();
     m_buffer += ",\"size\":";
     m_buffer += std::to_string(size);
@@ -94,54 +101,15 @@ void CPacketPrinter::PrintJson(CTPAbstractPacket& packet) {
             m_buffer += k == 0 ? "{\"id\":" : ",{\"id\":";
             m_buffer += std::to_string(m_ids[k]);
             m_buffer += ",\"name\":";
-            AppendJsonString(m_buffer, tpnf::ToUtf8(CNetFlowField::GetName(
-                                           static_cast<CNetFlowField::eFields>(m_ids[k]))));
+            CFlowJson::AppendString(m_buffer, tpnf::ToUtf8(CNetFlowField::GetName(
+                                                  static_cast<CNetFlowField::eFields>(m_ids[k]))));
             m_buffer += ",\"value\":";
-            AppendJsonString(m_buffer, tpnf::ToUtf8(m_values[k]));
+            CFlowJson::AppendString(m_buffer, tpnf::ToUtf8(m_values[k]));
             m_buffer += '}';
         }
         m_buffer += ']';
     }
     m_buffer += "]}\n";
-}
-
-void CPacketPrinter::AppendJsonString(std::string& out, std::string_view utf8) {
-    out += '"';
-    for (char ch : utf8) {
-        const unsigned char c = static_cast<unsigned char>(ch);
-        switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\b':
-            out += "\\b";
-            break;
-        case '\f':
-            out += "\\f";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        default:
-            if (c < 0x20) {
-                out += "\\u00";
-                out += kHex[c >> 4];
-                out += kHex[c & 15];
-            } else {
-                out += ch;
-            }
-        }
-    }
-    out += '"';
 }
 
 void CPacketPrinter::AppendFieldValue(std::string& out, std::string_view utf8) {

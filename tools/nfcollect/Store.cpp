@@ -11,9 +11,9 @@ constexpr std::chrono::seconds kLongestBackoff(30);
 
 } // namespace
 
-CStore::CStore(std::string name, std::string unit, uint64_t maxQueue, std::filesystem::path spillDir,
+CStore::CStore(std::string name, std::string title, uint64_t maxQueue, std::filesystem::path spillDir,
                CConsole& console)
-    : m_strName(std::move(name)), m_strUnit(std::move(unit)), m_nMaxQueue(maxQueue), m_console(console),
+    : m_strName(std::move(name)), m_strTitle(std::move(title)), m_nMaxQueue(maxQueue), m_console(console),
       m_spill(std::move(spillDir)) {}
 
 CStore::Snapshot CStore::GetSnapshot() const {
@@ -45,29 +45,29 @@ bool CStore::Admit(uint64_t records) {
 }
 
 void CStore::Spill(const CTPAbstractPacket& packet, const CReceivedDatagram& datagram) {
-    if (!WriteSpill(datagram.bytes, packet, datagram.timeReceived))
+    if (!WriteSpill(datagram.bytes, packet.GetSenderIPAddress(), packet.GetSenderPort(),
+                    datagram.timeReceived))
         return;
     if (!m_bSpillAnnounced.exchange(true))
-        m_console.Message("the " + m_strName + " store cannot take more (" + std::to_string(m_nMaxQueue) +
+        m_console.Message("the " + m_strTitle + " store cannot take more (" + std::to_string(m_nMaxQueue) +
                           " records waiting, --max-queue): datagrams go to " + m_spill.GetPath().string() +
                           " instead; store them later by replaying that directory into a collector "
                           "with the same storage options (nfreplay " +
                           m_spill.GetPath().string() + " --port <its port>)");
 }
 
-void CStore::SpillAtEnd(const CByteArray& bytes, const CTPAbstractPacket& packet, int64_t timeReceived,
+void CStore::SpillAtEnd(const CByteArray& bytes, const CString& exporter, int port, int64_t timeReceived,
                         uint64_t records) {
-    WriteSpill(bytes, packet, timeReceived);
+    WriteSpill(bytes, exporter, port, timeReceived);
     CountGone(1, records);
     ++m_nUnstoredAtEnd;
 }
 
-bool CStore::WriteSpill(const CByteArray& bytes, const CTPAbstractPacket& packet, int64_t timeReceived) {
+bool CStore::WriteSpill(const CByteArray& bytes, const CString& exporter, int port, int64_t timeReceived) {
     std::string error;
-    if (!m_spill.Write(bytes, tpnf::ToUtf8(packet.GetSenderIPAddress()),
-                       static_cast<unsigned>(packet.GetSenderPort()), timeReceived, error)) {
+    if (!m_spill.Write(bytes, tpnf::ToUtf8(exporter), static_cast<unsigned>(port), timeReceived, error)) {
         if (m_nSpillErrors.fetch_add(1) == 0)
-            m_console.Message("cannot spill a datagram of the " + m_strName + " store: " + error +
+            m_console.Message("cannot spill a datagram of the " + m_strTitle + " store: " + error +
                               " (the datagram is lost; later failures are counted)");
         return false;
     }
@@ -81,16 +81,16 @@ void CStore::Failed(const std::string& error) {
         m_strLastError = error;
         m_retryAt = Clock::now() + m_backoff;
     }
-    m_console.Message(m_strName + " error: " + error + "; " + std::to_string(m_nWaitingPackets.load()) + " " +
-                      m_strUnit + " wait, next attempt in " + std::to_string(m_backoff.count()) + " s");
+    m_console.Message(m_strTitle + " error: " + error + "; " + std::to_string(m_nWaitingRecords.load()) +
+                      " records wait, next attempt in " + std::to_string(m_backoff.count()) + " s");
     m_backoff = std::min(m_backoff * 2, kLongestBackoff);
     m_state = EState::Failed;
 }
 
 void CStore::Recovered() {
     if (m_nRetries.load() > 0)
-        m_console.Message(m_strName + " available again; storing the " +
-                          std::to_string(m_nWaitingPackets.load()) + " " + m_strUnit + " that waited");
+        m_console.Message(m_strTitle + " available again; storing the " +
+                          std::to_string(m_nWaitingRecords.load()) + " records that waited");
     m_backoff = std::chrono::seconds(1);
     m_state = EState::Healthy;
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -26,7 +27,8 @@ struct CReceivedDatagram {
 // - a store whose database fails keeps its queue and is re-opened after a backoff (1 s doubling to 30 s);
 //   what waited is then written once;
 // - at the end, what could not be stored is spilled.
-// Appending runs on worker threads; everything else on the collector's control thread.
+// Appending runs on worker threads; the rest on the thread that watches the store's database (the
+// collector's control thread, or the store's own writer thread).
 class CStore {
 public:
     enum class EState { Opening, Healthy, Failed, Finished };
@@ -44,7 +46,8 @@ public:
         std::string lastError;
     };
 
-    CStore(std::string name, std::string unit, uint64_t maxQueue, std::filesystem::path spillDir,
+    // name labels the store's metrics and spill directory; title names it in messages.
+    CStore(std::string name, std::string title, uint64_t maxQueue, std::filesystem::path spillDir,
            CConsole& console);
     virtual ~CStore() = default;
     CStore(const CStore&) = delete;
@@ -52,6 +55,11 @@ public:
 
     // "database" (the NetFlow v9 attribute tables) or "flows" (the flows table).
     const std::string& GetName() const { return m_strName; }
+    const std::string& GetTitle() const { return m_strTitle; }
+    // What the statistics line says of the store's progress, e.g. "5 stored, 0 waiting for the database".
+    virtual std::string Progress(const Snapshot& snapshot) const = 0;
+    // What the summary says of the packets that were not stored, e.g. "3 packets were not stored".
+    virtual std::string Unstored(uint64_t count) const = 0;
 
     // Control thread. Starts the first open; what it gives is known at a later Supervise.
     virtual void Start() = 0;
@@ -70,6 +78,8 @@ public:
     const std::filesystem::path& GetSpillPath() const { return m_spill.GetPath(); }
     // SIGHUP: the spill directory is looked up again at the next spill.
     void ReopenSpill() { m_spill.Reopen(); }
+    // Called with the duration of every write (for the metrics), on whatever thread writes.
+    void SetWriteObserver(std::function<void(double seconds)> observer) { m_onWrite = std::move(observer); }
 
 protected:
     using Clock = std::chrono::steady_clock;
@@ -80,9 +90,13 @@ protected:
     // tells the user the first time.
     void Spill(const CTPAbstractPacket& packet, const CReceivedDatagram& datagram);
     // The same for a packet that waited until the end; no announcement (the summary says it).
-    void SpillAtEnd(const CByteArray& bytes, const CTPAbstractPacket& packet, int64_t timeReceived,
+    void SpillAtEnd(const CByteArray& bytes, const CString& exporter, int port, int64_t timeReceived,
                     uint64_t records);
-    // Control thread: the backoff after a failure, and the message saying so.
+    void ObserveWrite(double seconds) {
+        if (m_onWrite)
+            m_onWrite(seconds);
+    }
+    // The watching thread: the backoff after a failure, and the message saying so.
     void Failed(const std::string& error);
     void Recovered();
     bool RetryDue() const { return Clock::now() >= m_retryAt; }
@@ -92,7 +106,7 @@ protected:
     void CountGone(uint64_t packets, uint64_t records); // no longer waiting, not stored (spilled at the end)
 
     const std::string m_strName;
-    const std::string m_strUnit; // what the statistics line calls its packets
+    const std::string m_strTitle;
     const uint64_t m_nMaxQueue;
     CConsole& m_console;
 
@@ -108,7 +122,7 @@ protected:
     uint64_t m_nUnstoredAtEnd = 0;
 
 private:
-    bool WriteSpill(const CByteArray& bytes, const CTPAbstractPacket& packet, int64_t timeReceived);
+    bool WriteSpill(const CByteArray& bytes, const CString& exporter, int port, int64_t timeReceived);
 
     CSpillDirectory m_spill;
     std::atomic<bool> m_bSpillAnnounced{false};
@@ -116,4 +130,5 @@ private:
     Clock::time_point m_retryAt{};
     mutable std::mutex m_errorLock;
     std::string m_strLastError;
+    std::function<void(double)> m_onWrite;
 };

@@ -48,7 +48,7 @@ LRESULT CV9Store::CWriterWindow::WindowProc(UINT message, WPARAM wParam, LPARAM 
 
 CV9Store::CV9Store(const CString& dsn, uint64_t maxQueue, std::filesystem::path spillDir, CConsole& console,
                    asio::io_context& controlLoop)
-    : CStore("database", "packets", maxQueue, std::move(spillDir), console), m_strDSN(dsn) {
+    : CStore("database", "database", maxQueue, std::move(spillDir), console), m_strDSN(dsn) {
     m_window.CreateEx(controlLoop, L"NetFlowSessionWnd");
 }
 
@@ -262,6 +262,7 @@ void CV9Store::SpillRest() {
         m_nHanded = 0;
     }
     for (const Entry& entry : rest)
-        SpillAtEnd(entry.datagram, *entry.packet, entry.timeReceived, entry.records);
+        SpillAtEnd(entry.datagram, entry.packet->GetSenderIPAddress(), entry.packet->GetSenderPort(),
+                   entry.timeReceived, entry.records);
     m_state = EState::Finished;
 }

@@ -22,6 +22,13 @@ public:
              asio::io_context& controlLoop);
     ~CV9Store() override;
 
+    std::string Progress(const Snapshot& snapshot) const override {
+        return std::to_string(snapshot.storedPackets) + " stored, " +
+               std::to_string(snapshot.waitingPackets) + " waiting for the database";
+    }
+    std::string Unstored(uint64_t count) const override {
+        return std::to_string(count) + " packets were not stored";
+    }
     void Start() override;
     bool Supervise() override;
     bool Finish() override;

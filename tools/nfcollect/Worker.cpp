@@ -26,8 +26,9 @@ bool CWorker::Start(std::error_code& error) {
 
 void CWorker::Run(std::promise<std::error_code>& started) {
     m_pSession = std::make_unique<CCollectorSession>();
-    m_pOwner = std::make_unique<CCollectorWnd>(*m_pSession, m_settings.format, *m_settings.pConsole,
-                                               m_settings.pV9Store, m_settings.pMetrics);
+    m_pOwner =
+        std::make_unique<CCollectorWnd>(*m_pSession, m_settings.format, *m_settings.pConsole,
+                                        m_settings.pV9Store, m_settings.pFlowStore, m_settings.pMetrics);
     m_pOwner->CreateEx(m_loop, L"nfcollect");
     m_pSession->SetTraceMode(m_settings.trace ? TRUE : FALSE);
     if (m_settings.onDatagram)

@@ -17,6 +17,7 @@
 
 class CConsole;
 class CV9Store;
+class CFlowStore;
 
 // One receive loop: a session with its owner window on an event loop and a thread of its own. The
 // session and the window are made on that thread, as the loop's windows must be.
@@ -28,6 +29,7 @@ public:
         OutputFormat format = OutputFormat::Text;
         CConsole* pConsole = nullptr;
         CV9Store* pV9Store = nullptr;
+        CFlowStore* pFlowStore = nullptr;
         CMetrics* pMetrics = nullptr;
         // After every datagram, on the worker's thread; true: this loop stops receiving at once.
         std::function<bool()> onDatagram;

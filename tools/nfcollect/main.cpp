@@ -49,11 +49,11 @@ int main(int argc, char** argv) {
     }
 
     tpnf::tools::CSQLiteSources sqlite;
-    if (!options.db.empty()) {
+    for (auto [file, dsn] :
+         {std::pair(&options.db, &options.dsn), std::pair(&options.flowsDb, &options.flowsDsn)}) {
         std::string error;
-        if (!sqlite.Add(options.db, options.dsn, error)) {
-            std::fprintf(stderr, "nfcollect: cannot use %s as database: %s\n", options.db.c_str(),
-                         error.c_str());
+        if (!file->empty() && !sqlite.Add(*file, *dsn, error)) {
+            std::fprintf(stderr, "nfcollect: cannot use %s as database: %s\n", file->c_str(), error.c_str());
             return 1;
         }
     }

@@ -46,11 +46,27 @@ int CNetFlowPacketV9::Decode(const CByteArray& datagram) {
     return TRUE;
 }
 
+void CNetFlowPacketV9::StoreTemplate(CNetFlowTemplateManager& store, bool scoped, const CTemplateScope& scope,
+                                     const CNetFlowSetTemplate& decoded) {
+    if (!scoped)
+        return store.SetTemplate(decoded);
+    // Stored as a plain template, as in the global scope; the scope flags travel with the fields.
+    auto layout = std::make_shared<CNetFlowSetTemplate>();
+    layout->m_templateId = decoded.m_templateId;
+    layout->m_fieldCount = decoded.m_fieldCount;
+    layout->m_fields = decoded.m_fields;
+    const size_t bytes = CNetFlowTemplateManager::EstimateBytes(*layout);
+    store.SetTemplate(scope, decoded.m_templateId, std::move(layout), bytes, false,
+                      m_context.options.maxTemplates);
+}
+
 BOOL CNetFlowPacketV9::DecodeFlowSet(const CByteArray& datagram, int id, int& offset, int end) {
     CNetFlowTemplateManager* store = CNetFlowTemplateManager::GetInstance();
+    const bool scoped = m_context.options.templateScope == ETemplateScope::Exporter;
+    const CTemplateScope scope{m_context.exporter, m_header.m_sourceID, ETemplateProtocol::NetFlowV9};
     std::shared_ptr<const CNetFlowSetTemplate> layout;
     if (id >= 255) { // 255 itself is a data flowset: intended
-        layout = store->Lookup(id);
+        layout = scoped ? store->Lookup(scope, id) : store->Lookup(id);
         if (layout == nullptr) {
             // Data for a template not (yet) announced is lost, even if the template follows later.
             offset = end;
@@ -70,11 +86,11 @@ BOOL CNetFlowPacketV9::DecodeFlowSet(const CByteArray& datagram, int id, int& of
         if (id == 0) {
             CNetFlowSetTemplate decoded;
             decoded.Decode(datagram, offset);
-            store->SetTemplate(decoded);
+            StoreTemplate(*store, scoped, scope, decoded);
         } else if (id < 255) { // every id from 1 to 254 announces an options template: intended
             CNetFlowOptionsTemplate decoded;
             decoded.Decode(datagram, offset);
-            store->SetTemplate(decoded);
+            StoreTemplate(*store, scoped, scope, decoded);
         } else {
             const int recordStart = offset;
             CNetFlowSetRecord& record = m_records.emplace_back();

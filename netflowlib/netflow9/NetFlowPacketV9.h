@@ -2,6 +2,7 @@
 
 #include "netflow9/NetFlowHeaderV9.h"
 #include "netflow9/NetFlowSetRecord.h"
+#include "netflow9/NetFlowTemplateManager.h"
 #include "packet/DecodeOptions.h"
 #include "packet/TPAbstractPacket.h"
 
@@ -34,7 +35,9 @@ public:
     const CArray<CNetFlowSetRecord>& GetRecords() const { return m_records; }
 
     // Options and exporter for the next Decode (the session sets them); without them templates live in
-    // the one process-wide scope, as always.
+    // the one process-wide scope, as always. With ETemplateScope::Exporter templates are stored and
+    // looked up per exporter address and source id, at most options.maxTemplates per exporter (0: no
+    // bound).
     void SetDecodeContext(const CDecodeContext& context) { m_context = context; }
     const CDecodeContext& GetDecodeContext() const { return m_context; }
 
@@ -44,6 +47,9 @@ protected:
     CDecodeContext m_context;
 
 private:
+    // Stores a decoded template in the global or in the exporter's scope.
+    void StoreTemplate(CNetFlowTemplateManager& store, bool scoped, const CTemplateScope& scope,
+                       const CNetFlowSetTemplate& decoded);
     // Walks the records or templates of one flowset from offset to end.
     BOOL DecodeFlowSet(const CByteArray& datagram, int id, int& offset, int end);
 };

@@ -4,6 +4,7 @@
 #include "util/NetFlowUtility.h"
 
 #include <cwchar>
+#include <mutex>
 
 std::map<CNetFlowField::eFields, CString> CNetFlowField::m_FieldNames;
 std::map<CNetFlowField::eFields, CString> CNetFlowField::m_FieldDescriptions;
@@ -195,16 +196,20 @@ const FieldEntry kCatalogue[] = {
 } // namespace
 
 void CNetFlowField::Init() {
-    if (!m_FieldNames.empty())
-        return;
-    for (const FieldEntry& entry : kCatalogue)
-        m_FieldNames[entry.id] = entry.name;
-    // FRAGMENT_OFFSET and FORWARDING_STATUS deliberately have no description.
-    for (const FieldEntry& entry : kCatalogue)
-        if (entry.description != nullptr)
-            m_FieldDescriptions[entry.id] = entry.description;
-    for (const FieldEntry& entry : kCatalogue)
-        m_FieldTypes[entry.id] = entry.type;
+    // Once per process, so decoders on several threads can make the first call together.
+    static std::once_flag filled;
+    std::call_once(filled, [] {
+        if (!m_FieldNames.empty())
+            return;
+        for (const FieldEntry& entry : kCatalogue)
+            m_FieldNames[entry.id] = entry.name;
+        // FRAGMENT_OFFSET and FORWARDING_STATUS deliberately have no description.
+        for (const FieldEntry& entry : kCatalogue)
+            if (entry.description != nullptr)
+                m_FieldDescriptions[entry.id] = entry.description;
+        for (const FieldEntry& entry : kCatalogue)
+            m_FieldTypes[entry.id] = entry.type;
+    });
 }
 
 CString CNetFlowField::GetName(eFields id) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <mutex>
 
 std::map<int, CString> CNetFlowUtility::m_Protocols;
 BOOL CNetFlowUtility::m_bInit = FALSE;
@@ -233,10 +234,12 @@ void CNetFlowUtility::Init() {
 }
 
 CString CNetFlowUtility::GetProtocol(int protocol) {
-    if (!m_bInit) {
+    // Once per process, so decoders on several threads can make the first call together.
+    static std::once_flag filled;
+    std::call_once(filled, [] {
         Init();
         m_bInit = TRUE;
-    }
+    });
     auto it = m_Protocols.find(protocol);
     return it == m_Protocols.end() ? CString(L"Undefined") : it->second;
 }

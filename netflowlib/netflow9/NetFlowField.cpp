@@ -297,11 +297,13 @@ CString CNetFlowField::GetValue() const {
 }
 
 CString CNetFlowField::ToString() const {
+    return FormatField(GetName(), GetValue());
+}
+
+CString CNetFlowField::FormatField(CString name, const CString& value) {
     // The text of "%s=%s": each part ends at its first zero character, as %s does.
-    CString text = GetName();
-    CString value = GetValue();
-    text.resize(std::wcslen(text.c_str()));
-    text += L'=';
-    text.append(value.c_str(), std::wcslen(value.c_str()));
-    return text;
+    name.resize(std::wcslen(name.c_str()));
+    name += L'=';
+    name.append(value.c_str(), std::wcslen(value.c_str()));
+    return name;
 }

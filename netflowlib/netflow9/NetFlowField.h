@@ -130,6 +130,8 @@ public:
     BOOL Decode(const CByteArray& data, int& offset);
     CString GetValue() const;
     CString ToString() const;
+    // "name=value" as "%s=%s" prints it: each part ends at its first zero character.
+    static CString FormatField(CString name, const CString& value);
 
     static std::map<eFields, CString> m_FieldNames;
     static std::map<eFields, CString> m_FieldDescriptions;

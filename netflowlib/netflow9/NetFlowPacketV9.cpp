@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "corelib/ODBCRecordset.h"
 #include "netflow9/NetFlowOptionsTemplate.h"
+#include "netflow9/NetFlowRowWriter.h"
 #include "netflow9/NetFlowTemplateManager.h"
 #include "util/Format.h"
 #include "util/NetFlowUtility.h"
@@ -135,21 +135,12 @@ void CNetFlowPacketV9::GetRecordFields(int recordIndex, CUIntArray& fieldIds, CS
 void CNetFlowPacketV9::PrepareSQL(int& recordId, CODBCRecordset& records, CODBCRecordset& attributes) {
     if (recordId == -1)
         return;
+    CNetFlowRowWriter writer(records, attributes);
     for (const CNetFlowSetRecord& record : m_records) {
-        records.AddNew();
-        records.Field(L"record_id") = recordId;
-        // A long is 32 bits: export seconds past 2038 are stored negative, intended.
-        records.Field(L"record_time") = static_cast<int32_t>(m_header.m_unixSecs);
-        records.Field(L"record_ip_addr") = m_strSenderIPAddress;
-        records.Field(L"record_ip_port") = m_nSenderPort;
-        records.Field(L"record_version") = 9;
-        records.Update();
+        writer.AddRecord(recordId, static_cast<int32_t>(m_header.m_unixSecs), m_strSenderIPAddress,
+                         m_nSenderPort, 9);
         record.ForEachField([&](const CNetFlowField& field) {
-            attributes.AddNew();
-            attributes.Field(L"record_id") = recordId;
-            attributes.Field(L"attr_id") = field.GetType();
-            attributes.Field(L"attr_value") = field.GetValue();
-            attributes.Update();
+            writer.AddAttribute(recordId, field.GetType(), field.GetValue());
         });
         ++recordId;
     }

@@ -37,12 +37,15 @@ void CNetFlowSetRecord::GetRecordFields(CUIntArray& fieldIds, CStringArray& valu
     size_t i = 0;
     ForEachField([&](const CNetFlowField& field) {
         fieldIds[i] = static_cast<uint32_t>(field.GetType());
-        if (field.GetType() == CNetFlowField::PROT)
-            values[i] = CNetFlowUtility::GetProtocol(LeadingInteger(field.GetValue()));
-        else
-            values[i] = field.GetValue();
+        values[i] = GetListedValue(field);
         ++i;
     });
+}
+
+CString CNetFlowSetRecord::GetListedValue(const CNetFlowField& field) {
+    if (field.GetType() == CNetFlowField::PROT)
+        return CNetFlowUtility::GetProtocol(LeadingInteger(field.GetValue()));
+    return field.GetValue();
 }
 
 BOOL CNetFlowSetRecord::Decode(const CByteArray& data,

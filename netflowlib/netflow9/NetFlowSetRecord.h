@@ -24,6 +24,9 @@ public:
     // appended to). The protocol field shows its name instead of its number.
     virtual void GetRecordFields(CUIntArray& fieldIds, CStringArray& values) const;
 
+    // A field's value as field lists show it: its text, but the protocol field's protocol name.
+    static CString GetListedValue(const CNetFlowField& field);
+
     // Takes each template field's value from offset on; the offset advances by the sum of the field
     // lengths. FALSE when the datagram ends inside a value. The flowset's end is not a bound.
     BOOL Decode(const CByteArray& data, const std::shared_ptr<const CNetFlowSetTemplate>& layout,

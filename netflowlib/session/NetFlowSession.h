@@ -7,8 +7,9 @@
 #include <mutex>
 #include <system_error>
 
-#include "session/Messages.h"
+#include "packet/DecodeOptions.h"
 #include "packet/TPAbstractPacket.h"
+#include "session/Messages.h"
 #include "session/Wnd.h"
 #include "util/Types.h"
 
@@ -62,6 +63,11 @@ public:
     // OnDatagramHandled); null otherwise.
     const CByteArray* GetCurrentDatagram() const { return m_pCurrentDatagram; }
 
+    // How the packets this session creates decode, from the next datagram on. The default options decode
+    // exactly as Decode(CByteArray) does. Call on the loop's thread.
+    void SetDecodeOptions(const CDecodeOptions& options) { m_decodeOptions = options; }
+    const CDecodeOptions& GetDecodeOptions() const { return m_decodeOptions; }
+
 protected:
     friend class CNetFlowSocket;
 
@@ -88,6 +94,7 @@ private:
     void PumpUntilWriterExits();
 
     std::error_code m_socketError;
+    CDecodeOptions m_decodeOptions;
     Statistics m_statistics;
     const CByteArray* m_pCurrentDatagram = nullptr;
 };

@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "corelib/Utility.h"
+#include "ipfix/IPFIXPacket.h"
 #include "netflow/NetFlowPacketV1.h"
 #include "netflow/NetFlowPacketV5.h"
 #include "netflow/NetFlowPacketV7.h"
@@ -24,7 +25,9 @@ namespace {
 
 // The packet kind for a datagram's version words; nullptr when the datagram is to be ignored.
 // A 2 or 3 byte datagram starting 00 00 throws from the 32-bit read: intended, it is dropped as malformed.
-CTPAbstractPacket* CreatePacket(const CByteArray& datagram) {
+// The packet kind for a datagram's version words; nullptr when the datagram is to be ignored. The kinds
+// that can use the session's options and the exporter get the context.
+CTPAbstractPacket* CreatePacket(const CByteArray& datagram, const CDecodeContext& context) {
     if (datagram.size() < 2)
         return nullptr;
     switch (CNetFlowUtility::GetUShort(datagram, 0)) {
@@ -47,6 +50,14 @@ CTPAbstractPacket* CreatePacket(const CByteArray& datagram) {
         return new CNetFlowPacketV8;
     case 9:
         return new CNetFlowPacketV9;
+    case 10: {
+        // IPFIX is decoded only when the session asks for it; otherwise version 10 is ignored as before.
+        if (!context.options.ipfix)
+            return nullptr;
+        auto* packet = new CIPFIXPacket;
+        packet->SetDecodeContext(context);
+        return packet;
+    }
     default:
         return nullptr;
     }
@@ -190,7 +201,8 @@ void CNetFlowSocket::OnReceive(const CByteArray& datagram, const CString& sender
         WriteTraceFile(datagram);
         return;
     }
-    CTPAbstractPacket* pPacket = CreatePacket(datagram);
+    // The exporter's address is not known here: IPFIX templates then share one scope per observation domain.
+    CTPAbstractPacket* pPacket = CreatePacket(datagram, CDecodeContext{m_pSession->m_decodeOptions, {}});
     if (pPacket == nullptr) {
         ++statistics.ignored;
         return;

@@ -14,7 +14,8 @@
 #include "support/NetFlowV9Datagram.h"
 
 #if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/allocator_interface.h>
+// From the AddressSanitizer runtime: its allocator does not report through mallinfo2.
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 using tpnf::test::ExporterScope;

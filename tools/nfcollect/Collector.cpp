@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <fstream>
 
+#include "flows/FlowRecord.h"
+#include "netflow9/NetFlowTemplateManager.h"
 #include "util/TextConvert.h"
 
 namespace fs = std::filesystem;
@@ -108,6 +110,7 @@ bool CCollector::Start() {
     CWorker::Settings settings;
     settings.port = static_cast<UINT>(m_options.port);
     settings.trace = m_options.trace;
+    settings.decodeOptions = DecodeOptionsOf(m_options);
     settings.format = ParseFormat(m_options.format);
     settings.pConsole = &m_console;
     settings.pV9Store = m_pV9Store.get();
@@ -305,6 +308,13 @@ void CCollector::UpdateMetrics() {
         return;
     for (CStore* store : m_stores)
         m_pMetrics->SetStore(store->GetName(), store->GetSnapshot());
+    const CTemplateStoreSnapshot templates = CNetFlowTemplateManager::GetInstance()->GetSnapshot();
+    for (const CTemplateStoreSnapshot::Exporter& exporter : templates.exporters) {
+        char text[CFlowAddress::MAX_TEXT];
+        const CFlowAddress address =
+            CFlowAddress::FromBytes(exporter.address.bytes.data(), exporter.address.length);
+        m_pMetrics->SetTemplates(std::string(text, address.Format(text)), exporter.templates);
+    }
 }
 
 std::string CCollector::StatsLine() {
@@ -349,6 +359,8 @@ std::string CCollector::StatsLine() {
                     std::to_string(snapshot.retries + 1) + " in " + retry + " s)";
         }
     }
+    if (const uint64_t dropped = CNetFlowTemplateManager::GetInstance()->GetSnapshot().dropped; dropped > 0)
+        line += ", " + std::to_string(dropped) + " templates dropped (--max-templates)";
     if (m_options.trace || s.traced > 0 || s.traceFailures > 0)
         line += ", " + std::to_string(s.traced) + " traced, " + std::to_string(s.traceFailures) +
                 " trace failures";

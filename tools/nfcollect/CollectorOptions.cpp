@@ -42,6 +42,25 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
         ->check(CLI::PositiveNumber)
         ->group("Output");
 
+    app.add_flag("--ipfix", options.ipfix,
+                 "decode IPFIX (version 10) messages; their templates are kept per exporter and observation\n"
+                 "domain (without this flag version 10 datagrams are ignored)")
+        ->group("Decoding");
+    app.add_option("--template-scope", options.templateScope,
+                   "NetFlow v9 templates: global (one store keyed by template id, shared by all exporters)\n"
+                   "or exporter (per exporter address and source id, as RFC 3954 says)")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"global", "exporter"}))
+        ->group("Decoding");
+    app.add_option("--max-templates", options.maxTemplates,
+                   "templates kept per exporter in the exporter scope and for IPFIX; beyond it the one\n"
+                   "announced longest ago is dropped and counted (0: no limit)")
+        ->capture_default_str()
+        ->group("Decoding");
+    app.add_flag("--rfc", options.rfc,
+                 "every decoding option of the standards at once: --ipfix --template-scope exporter")
+        ->group("Decoding");
+
     app.add_option("--dsn", options.dsn,
                    "store NetFlow v9 records in this ODBC data source (odbc.ini name);\n"
                    "tables netflow_records, netflow_attributes, netflow_record_id are\n"
@@ -100,4 +119,13 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
             throw CLI::ValidationError(
                 "--flows-db", "excludes --flows-dsn: store flows in a SQLite file or in a data source");
     });
+}
+
+CDecodeOptions DecodeOptionsOf(const CollectorOptions& options) {
+    CDecodeOptions decode;
+    decode.ipfix = options.ipfix || options.rfc;
+    decode.templateScope = options.rfc || options.templateScope == "exporter" ? ETemplateScope::Exporter
+                                                                              : ETemplateScope::Global;
+    decode.maxTemplates = options.maxTemplates;
+    return decode;
 }

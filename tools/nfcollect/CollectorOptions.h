@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "packet/DecodeOptions.h"
+
 // Everything nfcollect can be told, on the command line or in a configuration file.
 struct CollectorOptions {
     int port = 2055;
@@ -21,9 +23,16 @@ struct CollectorOptions {
     double statsInterval = 60;
     uint64_t maxQueue = 1000000;
     std::string spillDir;
+    bool ipfix = false;
+    std::string templateScope = "global";
+    uint32_t maxTemplates = 0;
+    bool rfc = false;
     std::string metrics;
     bool dumpConfig = false;
 };
+
+// The decoding options the flags ask for (--rfc sets every one of them).
+CDecodeOptions DecodeOptionsOf(const CollectorOptions& options);
 
 // Declares every option on app, with --config FILE (TOML or INI; the command line overrides it) and
 // --dump-config (prints the effective configuration, with every option described, and exits).

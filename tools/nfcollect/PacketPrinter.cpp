@@ -1,6 +1,8 @@
 #include "PacketPrinter.h"
 
 #include "flows/FlowJson.h"
+#include "ipfix/IPFIXField.h"
+#include "ipfix/IPFIXPacket.h"
 #include "netflow9/NetFlowField.h"
 #include "util/Format.h"
 #include "util/TextConvert.h"
@@ -8,6 +10,13 @@
 namespace {
 
 constexpr char kHex[] = "0123456789abcdef";
+
+// IPFIX packets list IANA and enterprise element ids beside the v9 catalogue's.
+CString FieldName(const CTPAbstractPacket& packet, uint32_t id) {
+    if (dynamic_cast<const CIPFIXPacket*>(&packet) != nullptr)
+        return CIPFIXField::GetFieldName(id);
+    return CNetFlowField::GetName(static_cast<CNetFlowField::eFields>(id));
+}
 
 std::string Sender(const CTPAbstractPacket& packet) {
     return tpnf::ToUtf8(packet.GetSenderIPAddress()) + ":" + std::to_string(packet.GetSenderPort());
@@ -66,7 +75,7 @@ void CPacketPrinter::PrintFields(CTPAbstractPacket& packet) {
         m_buffer += std::to_string(i);
         m_buffer += '\n';
         for (size_t k = 0; k < m_ids.size() && k < m_values.size(); ++k) {
-            m_buffer += tpnf::ToUtf8(CNetFlowField::GetName(static_cast<CNetFlowField::eFields>(m_ids[k])));
+            m_buffer += tpnf::ToUtf8(FieldName(packet, m_ids[k]));
             m_buffer += '=';
             AppendFieldValue(m_buffer, tpnf::ToUtf8(m_values[k]));
             m_buffer += '\n';
@@ -101,8 +110,7 @@ void CPacketPrinter::PrintJson(CTPAbstractPacket& packet) {
             m_buffer += k == 0 ? "{\"id\":" : ",{\"id\":";
             m_buffer += std::to_string(m_ids[k]);
             m_buffer += ",\"name\":";
-            CFlowJson::AppendString(m_buffer, tpnf::ToUtf8(CNetFlowField::GetName(
-                                                  static_cast<CNetFlowField::eFields>(m_ids[k]))));
+            CFlowJson::AppendString(m_buffer, tpnf::ToUtf8(FieldName(packet, m_ids[k])));
             m_buffer += ",\"value\":";
             CFlowJson::AppendString(m_buffer, tpnf::ToUtf8(m_values[k]));
             m_buffer += '}';

@@ -7,6 +7,7 @@
 #include "corelib/DBException.h"
 #include "corelib/Database.h"
 #include "corelib/ODBCRecordset.h"
+#include "ipfix/IPFIXPacket.h"
 #include "netflow9/NetFlowPacketV9.h"
 #include "session/Messages.h"
 #include "session/NetFlowDatabase.h"
@@ -16,7 +17,8 @@ namespace {
 
 // The records a packet writes as rows; 0 for the kinds whose PrepareSQL writes nothing.
 uint64_t RowsOf(const CTPAbstractPacket& packet) {
-    if (dynamic_cast<const CNetFlowPacketV9*>(&packet) != nullptr)
+    if (dynamic_cast<const CNetFlowPacketV9*>(&packet) != nullptr ||
+        dynamic_cast<const CIPFIXPacket*>(&packet) != nullptr)
         return static_cast<uint64_t>(packet.GetSize());
     return 0;
 }

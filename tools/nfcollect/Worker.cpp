@@ -31,6 +31,7 @@ void CWorker::Run(std::promise<std::error_code>& started) {
                                         m_settings.pV9Store, m_settings.pFlowStore, m_settings.pMetrics);
     m_pOwner->CreateEx(m_loop, L"nfcollect");
     m_pSession->SetTraceMode(m_settings.trace ? TRUE : FALSE);
+    m_pSession->SetDecodeOptions(m_settings.decodeOptions);
     if (m_settings.onDatagram)
         m_pSession->m_onDatagram = [this] {
             // The last datagram of a --count run ends this loop at once; the collector ends the others.

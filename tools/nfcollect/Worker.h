@@ -26,6 +26,7 @@ public:
     struct Settings {
         UINT port = 0;
         bool trace = false;
+        CDecodeOptions decodeOptions;
         OutputFormat format = OutputFormat::Text;
         CConsole* pConsole = nullptr;
         CV9Store* pV9Store = nullptr;

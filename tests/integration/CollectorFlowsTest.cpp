@@ -173,7 +173,7 @@ TEST_F(CollectorFlowsTest, FlowsTableSurvivesAPostgreSQLRestartStoringEveryFlowO
     EXPECT_NE(r.err.find("nfcollect: flows table error: "), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("nfcollect: flows table available again; storing the "), std::string::npos) << r.err;
     // Every flow once: a batch written twice would show as more rows, one lost as fewer.
-    EXPECT_EQ(server.Query("select count(*) from flows"), std::to_string(20 * kSent) + "\n");
+    EXPECT_EQ(server.Query("select count(*) from flows"), std::to_string(20 * kSent) + "\n") << r.err;
 }
 
 TEST_F(CollectorFlowsTest, FlowsThatDoNotFitTheQueueAreSpilledAsTheirDatagramsAndStoredByAReplay) {

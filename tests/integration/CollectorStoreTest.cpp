@@ -130,7 +130,8 @@ TEST_F(CollectorStoreTest, PostgreSQLRestartUnderTrafficLosesNothingAndStoresEve
     EXPECT_EQ(server.Query("select count(*), count(distinct record_id), min(record_id), max(record_id) "
                            "from netflow_records"),
               std::to_string(20 * kSent) + "|" + std::to_string(20 * kSent) + "|0|" +
-                  std::to_string(20 * kSent - 1) + "\n");
+                  std::to_string(20 * kSent - 1) + "\n")
+        << r.err;
     EXPECT_EQ(server.Query("select count(*) from netflow_attributes"),
               std::to_string(16 * 20 * kSent) + "\n");
     EXPECT_EQ(server.Query("select record_id from netflow_record_id"), std::to_string(20 * kSent) + "\n");

@@ -1,0 +1,198 @@
+#pragma once
+// Which record class each format number names, and how a record of any holder is read: one table and
+// one set of readers for the holder that carries every kind (CSFlowRecord) and the one that carries only
+// its own (CSFlowCompactRecord).
+
+#include <type_traits>
+
+#include "sflow/SFlowEthernetCounters.h"
+#include "sflow/SFlowEthernetRecord.h"
+#include "sflow/SFlowExtendedGatewayRecord.h"
+#include "sflow/SFlowExtendedMPLSRecord.h"
+#include "sflow/SFlowExtendedMPLSTunnelRecord.h"
+#include "sflow/SFlowExtendedMPLS_FTNRecord.h"
+#include "sflow/SFlowExtendedMPLS_LDP_FECRecord.h"
+#include "sflow/SFlowExtendedMPLS_VCRecord.h"
+#include "sflow/SFlowExtendedNATRecord.h"
+#include "sflow/SFlowExtendedProcessRecord.h"
+#include "sflow/SFlowExtendedRouterRecord.h"
+#include "sflow/SFlowExtendedSwitchRecord.h"
+#include "sflow/SFlowExtendedURLRecord.h"
+#include "sflow/SFlowExtendedUserRecord.h"
+#include "sflow/SFlowExtendedVLANTunnelRecord.h"
+#include "sflow/SFlowGenericCounters.h"
+#include "sflow/SFlowHeaderRecord.h"
+#include "sflow/SFlowIPv4Record.h"
+#include "sflow/SFlowIPv6Record.h"
+#include "sflow/SFlowProcessorCounters.h"
+#include "sflow/SFlowTokenringCounters.h"
+#include "sflow/SFlowVGCounters.h"
+#include "sflow/SFlowVLANCounters.h"
+#include "sflow/SFlowWire.h"
+
+namespace tpnf::sflow {
+
+template <class Kind>
+using KindTag = std::type_identity<Kind>;
+
+// The text of a record without a known kind; no line end, so the next record follows on its line.
+inline constexpr const wchar_t* kUnknownRecordText = L"Unknown record";
+
+// Calls visit(KindTag<Kind>) for the class of a flow format; false for a format without one. The format
+// is compared whole, not split into enterprise and format.
+template <class Visit>
+bool VisitFlowKind(uint32_t format, Visit&& visit) {
+    switch (format) {
+    case 1:
+        visit(KindTag<CSFlowHeaderRecord>{});
+        return true;
+    case 2:
+        visit(KindTag<CSFlowEthernetRecord>{});
+        return true;
+    case 3:
+        visit(KindTag<CSFlowIPv4Record>{});
+        return true;
+    case 4:
+        visit(KindTag<CSFlowIPv6Record>{});
+        return true;
+    case 1001:
+        visit(KindTag<CSFlowExtendedSwitchRecord>{});
+        return true;
+    case 1002:
+        visit(KindTag<CSFlowExtendedRouterRecord>{});
+        return true;
+    case 1003:
+        visit(KindTag<CSFlowExtendedGatewayRecord>{});
+        return true;
+    case 1004:
+        visit(KindTag<CSFlowExtendedUserRecord>{});
+        return true;
+    case 1005:
+        visit(KindTag<CSFlowExtendedURLRecord>{});
+        return true;
+    case 1006:
+        visit(KindTag<CSFlowExtendedMPLSRecord>{});
+        return true;
+    case 1007:
+        visit(KindTag<CSFlowExtendedNATRecord>{});
+        return true;
+    case 1008:
+        visit(KindTag<CSFlowExtendedMPLSTunnelRecord>{});
+        return true;
+    case 1009:
+        visit(KindTag<CSFlowExtendedMPLS_VCRecord>{});
+        return true;
+    case 1010:
+        visit(KindTag<CSFlowExtendedMPLS_FTNRecord>{});
+        return true;
+    case 1011:
+        visit(KindTag<CSFlowExtendedMPLS_LDP_FECRecord>{});
+        return true;
+    case 1012:
+        visit(KindTag<CSFlowExtendedVLANTunnelRecord>{});
+        return true;
+    case 17612803: // enterprise 4300, format 3
+        visit(KindTag<CSFlowExtendedProcessRecord>{});
+        return true;
+    default:
+        return false;
+    }
+}
+
+// The same for counter formats.
+template <class Visit>
+bool VisitCounterKind(uint32_t format, Visit&& visit) {
+    switch (format) {
+    case 1:
+        visit(KindTag<CSFlowGenericCounters>{});
+        return true;
+    case 2:
+        visit(KindTag<CSFlowEthernetCounters>{});
+        return true;
+    case 3:
+        visit(KindTag<CSFlowTokenringCounters>{});
+        return true;
+    case 4:
+        visit(KindTag<CSFlowVGCounters>{});
+        return true;
+    case 5:
+        visit(KindTag<CSFlowVLANCounters>{});
+        return true;
+    case 1001:
+        visit(KindTag<CSFlowProcessorCounters>{});
+        return true;
+    default:
+        return false;
+    }
+}
+
+// How a record of either holder is read. A holder befriends this struct and gives, through
+// Emplace(KindTag<Kind>), the member of that kind a reader decodes into.
+struct RecordReader {
+    // A version 5 flow record: format, length, body. By default known formats read exactly the fields
+    // they know and the length only skips unknown ones; exact, every record ends where its length says.
+    template <class Holder>
+    static void Flow(Holder& holder, const CByteArray& data, int& offset, bool exact) {
+        holder.m_flowFormat = ReadU32(data, offset);
+        int32_t length = CNetFlowUtility::GetULongOffset(data, offset);
+        int end = exact ? EndOf(data, offset, static_cast<uint32_t>(length)) : 0;
+        bool known = VisitFlowKind(holder.m_flowFormat,
+                                   [&](auto kind) { holder.Emplace(kind).Decode(data, offset, exact); });
+        if (exact)
+            FinishAt(offset, end);
+        else if (!known)
+            Advance(offset, length);
+    }
+
+    // A version 5 counter record: format, length, body; the length is used as for flow records.
+    template <class Holder>
+    static void Counters(Holder& holder, const CByteArray& data, int& offset, bool exact) {
+        holder.m_counterFormat = ReadU32(data, offset);
+        int32_t length = CNetFlowUtility::GetULongOffset(data, offset);
+        int end = exact ? EndOf(data, offset, static_cast<uint32_t>(length)) : 0;
+        bool known = VisitCounterKind(holder.m_counterFormat,
+                                      [&](auto kind) { holder.Emplace(kind).Decode(data, offset, exact); });
+        if (exact)
+            FinishAt(offset, end);
+        else if (!known)
+            Advance(offset, length);
+    }
+
+    // The packet data of a version 2/4 flow sample: type (1 header, 2 IPv4, 3 IPv6), then the body. An
+    // unknown type reads nothing further; gives whether the type was known.
+    template <class Holder>
+    static bool PacketData(Holder& holder, const CByteArray& data, int& offset, bool exact) {
+        static constexpr uint32_t formats[] = {0, 1, 3, 4};
+        uint32_t type = ReadU32(data, offset);
+        if (type < 1 || type > 3)
+            return false;
+        holder.m_flowFormat = formats[type];
+        VisitFlowKind(holder.m_flowFormat,
+                      [&](auto kind) { holder.Emplace(kind).Decode(data, offset, exact); });
+        return true;
+    }
+
+    // One extended-data element of a version 2/4 flow sample: type (1 to 5: switch, router, gateway,
+    // user, URL), then the body. No length is available, so an unknown type reads nothing further; gives
+    // whether the type was known.
+    template <class Holder>
+    static bool ExtendedData(Holder& holder, const CByteArray& data, int& offset, bool exact) {
+        uint32_t type = ReadU32(data, offset);
+        if (type < 1 || type > 5)
+            return false;
+        holder.m_flowFormat = 1000 + type;
+        VisitFlowKind(holder.m_flowFormat,
+                      [&](auto kind) { holder.Emplace(kind).Decode(data, offset, exact); });
+        return true;
+    }
+
+    // A version 2/4 counters block of a known counter format (no format or length words on the wire).
+    template <class Holder>
+    static void CounterBlock(Holder& holder, uint32_t format, const CByteArray& data, int& offset,
+                             bool exact) {
+        holder.m_counterFormat = format;
+        VisitCounterKind(format, [&](auto kind) { holder.Emplace(kind).Decode(data, offset, exact); });
+    }
+};
+
+} // namespace tpnf::sflow

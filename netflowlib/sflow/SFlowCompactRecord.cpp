@@ -39,6 +39,11 @@ CString CSFlowCompactRecord::ToString() const {
 
 CSFlowRecord CSFlowCompactRecord::ToRecord() const {
     CSFlowRecord record;
+    CopyTo(record);
+    return record;
+}
+
+void CSFlowCompactRecord::CopyTo(CSFlowRecord& record) const {
     record.m_flowFormat = m_flowFormat;
     record.m_counterFormat = m_counterFormat;
     std::visit(
@@ -48,5 +53,4 @@ CSFlowRecord CSFlowCompactRecord::ToRecord() const {
                 record.Emplace(std::type_identity<Record>{}) = kind;
         },
         m_kind);
-    return record;
 }

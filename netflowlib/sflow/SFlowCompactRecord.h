@@ -34,6 +34,8 @@ public:
     // The record as a holder of every kind: this record's kind in the member its format names, every
     // other member as a fresh holder has it.
     CSFlowRecord ToRecord() const;
+    // Gives a holder of every kind this record's formats and its kind; its other members stay as they are.
+    void CopyTo(CSFlowRecord& record) const;
 
     uint32_t GetFlowFormat() const { return m_flowFormat; }       // 0 for a counter record
     uint32_t GetCounterFormat() const { return m_counterFormat; } // used when the flow format is 0

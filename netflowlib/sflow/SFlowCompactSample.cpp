@@ -13,10 +13,11 @@ CString CSFlowCompactSample::ToString() const {
     return text;
 }
 
+// The holders are made in place: each is large, so none is moved.
 CSFlowSample CSFlowCompactSample::ToSample() const {
     CSFlowSample sample = m_fields;
-    sample.m_records.reserve(m_records.size());
-    for (const CSFlowCompactRecord& record : m_records)
-        sample.m_records.push_back(record.ToRecord());
+    sample.m_records.resize(m_records.size());
+    for (size_t i = 0; i < m_records.size(); ++i)
+        m_records[i].CopyTo(sample.m_records[i]);
     return sample;
 }

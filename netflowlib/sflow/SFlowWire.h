@@ -1,6 +1,7 @@
 #pragma once
 // Cursor helpers shared by the sFlow readers: thin forms of the CNetFlowUtility readers that move the
-// caller's offset, plus the one hexadecimal byte rendering of sampled headers and MAC addresses.
+// caller's offset, the readers of exact mode (XDR as the sFlow documents use it), plus the one
+// hexadecimal byte rendering of sampled headers and MAC addresses.
 
 #include <algorithm>
 

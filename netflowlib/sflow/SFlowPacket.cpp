@@ -25,18 +25,22 @@ void CSFlowPacket::Copy(const CSFlowPacket& other) {
     m_header.m_numSamples = other.m_header.m_numSamples;
     m_header.m_agentAddress = other.m_header.m_agentAddress;
     if (this != &other) {
+        m_samples = other.m_samples;
         m_compactSamples = other.m_compactSamples;
-        m_samples.clear();
-        m_samplesBuilt.store(false, std::memory_order_relaxed);
+        ResetView();
     }
+}
+
+void CSFlowPacket::ResetView() {
+    m_view.clear();
+    m_viewBuilt.store(false, std::memory_order_relaxed);
 }
 
 // An unsupported version is no error: the packet stays empty. A sample is kept only once it has
 // been read completely; a failed read leaves the samples before it.
 int CSFlowPacket::Decode(const CByteArray& datagram) {
     const bool exact = m_context.options.sflowExact;
-    m_samples.clear();
-    m_samplesBuilt.store(false, std::memory_order_relaxed);
+    ResetView();
     int offset = m_header.Decode(datagram, exact);
     // By default a rejected version still goes on with the count held before: intended.
     if (offset < 0 && exact)
@@ -56,17 +60,19 @@ int CSFlowPacket::Decode(const CByteArray& datagram) {
 }
 
 const CArray<CSFlowSample, const CSFlowSample&>& CSFlowPacket::GetSamples() const {
-    if (!m_samplesBuilt.load(std::memory_order_acquire)) {
-        std::lock_guard<std::mutex> lock(m_samplesLock);
-        if (!m_samplesBuilt.load(std::memory_order_relaxed)) {
-            m_samples.clear();
-            m_samples.reserve(m_compactSamples.size());
+    if (m_compactSamples.empty())
+        return m_samples;
+    if (!m_viewBuilt.load(std::memory_order_acquire)) {
+        std::lock_guard<std::mutex> lock(m_viewLock);
+        if (!m_viewBuilt.load(std::memory_order_relaxed)) {
+            m_view.reserve(m_samples.size() + m_compactSamples.size());
+            m_view.assign(m_samples.begin(), m_samples.end());
             for (const CSFlowCompactSample& sample : m_compactSamples)
-                m_samples.push_back(sample.ToSample());
-            m_samplesBuilt.store(true, std::memory_order_release);
+                m_view.push_back(sample.ToSample());
+            m_viewBuilt.store(true, std::memory_order_release);
         }
     }
-    return m_samples;
+    return m_view;
 }
 
 CString CSFlowPacket::ToString() const {
@@ -75,6 +81,10 @@ CString CSFlowPacket::ToString() const {
     text += m_header.ToString();
     text += L"===============Samples===============\r\n";
     int number = 1;
+    for (const CSFlowSample& sample : m_samples) {
+        tpnf::AppendFormat(text, L"-----<Sample %d>-----\r\n", number++);
+        text += sample.ToString();
+    }
     for (const CSFlowCompactSample& sample : m_compactSamples) {
         tpnf::AppendFormat(text, L"-----<Sample %d>-----\r\n", number++);
         text += sample.ToString();
@@ -83,11 +93,11 @@ CString CSFlowPacket::ToString() const {
 }
 
 int64_t CSFlowPacket::GetSize() const {
-    return static_cast<int64_t>(m_compactSamples.size());
+    return static_cast<int64_t>(m_samples.size() + m_compactSamples.size());
 }
 
 BOOL CSFlowPacket::IsEmpty() const {
-    return m_compactSamples.empty() ? TRUE : FALSE;
+    return m_samples.empty() && m_compactSamples.empty() ? TRUE : FALSE;
 }
 
 CString CSFlowPacket::GetProtocol() const {

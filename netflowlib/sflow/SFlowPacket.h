@@ -12,10 +12,11 @@
 
 // An sFlow datagram of version 2, 4 or 5: header and samples in datagram order.
 //
-// Decoding keeps each record in a CSFlowCompactRecord, which holds only its own kind; GetSamples builds,
-// on its first call after a decode, the samples with records that carry a member of every kind
-// (CSFlowRecord). GetSamples may be called from several threads at once; Decode and assignment may not
-// run while another thread reads the packet.
+// Decode keeps each record in a CSFlowCompactRecord, which holds only its own kind (GetCompactSamples).
+// GetSamples gives the samples with records that carry a member of every kind (CSFlowRecord): those a
+// subclass placed in m_samples, then the decoded ones, built on its first call after a decode or copy.
+// GetSamples may be called from several threads at once; Decode and assignment may not run while
+// another thread reads the packet.
 class CSFlowPacket : public CTPAbstractPacket {
 public:
     CSFlowPacket() = default;
@@ -33,9 +34,9 @@ public:
     void GetRecordFields(int recordIndex, CUIntArray& fieldIds, CStringArray& values) override;
 
     const CSFlowHeader& GetHeader() const { return m_header; }
-    // The samples with records that carry a member of every kind.
+    // Every sample, with records that carry a member of every kind.
     const CArray<CSFlowSample, const CSFlowSample&>& GetSamples() const;
-    // The same samples as decoded: each record holds only its own kind. Cheaper to read than GetSamples.
+    // The samples Decode read, each record holding only its own kind: cheaper to read than GetSamples.
     const CArray<CSFlowCompactSample>& GetCompactSamples() const { return m_compactSamples; }
 
     // Options for the next Decode (the session sets them); without them every datagram decodes as always.
@@ -53,12 +54,16 @@ protected:
     void Copy(const CSFlowPacket& other);
 
     CSFlowHeader m_header;
-    CArray<CSFlowCompactSample> m_compactSamples;
+    CArray<CSFlowSample, const CSFlowSample&> m_samples; // samples given to the packet other than by Decode
+    CArray<CSFlowCompactSample> m_compactSamples;        // the samples Decode read
     CDecodeContext m_context;
-    // Built from m_compactSamples by the first GetSamples after a decode or copy.
-    mutable CArray<CSFlowSample, const CSFlowSample&> m_samples;
 
 private:
-    mutable std::atomic<bool> m_samplesBuilt{false};
-    mutable std::mutex m_samplesLock;
+    // Invalidates the samples GetSamples built.
+    void ResetView();
+
+    // m_samples and then m_compactSamples with full records, built by the first GetSamples that needs it.
+    mutable CArray<CSFlowSample, const CSFlowSample&> m_view;
+    mutable std::atomic<bool> m_viewBuilt{false};
+    mutable std::mutex m_viewLock;
 };

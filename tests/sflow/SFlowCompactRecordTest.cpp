@@ -292,3 +292,35 @@ TEST(SFlowPacketSamples, FollowAnotherDecodeAndCopies) {
     EXPECT_TRUE(p.GetSamples().empty());
     EXPECT_EQ(copy.GetSamples()[1].m_records[0].m_switchRecord.m_srcVLAN, 2u);
 }
+
+TEST(SFlowPacketSamples, SamplesASubclassPlacesComeBeforeTheDecodedOnes) {
+    class Placed : public CSFlowPacket {
+    public:
+        Placed() {
+            CSFlowSample& sample = m_samples.emplace_back();
+            sample.m_sampleType = 1;
+            sample.m_sequenceNumber = 77;
+        }
+    };
+    Placed p;
+    ASSERT_EQ(p.GetSize(), 1);
+    EXPECT_EQ(&p.GetSamples(), &p.GetSamples());
+    EXPECT_EQ(p.GetSamples()[0].m_sequenceNumber, 77u);
+    ASSERT_EQ(
+        p.Decode(Datagram({}, {FlowSampleV5({.sequence = 5}, {Record(1001, ExtendedSwitch(9, 0, 0, 0))})})),
+        1);
+    EXPECT_EQ(p.GetSize(), 2);
+    EXPECT_FALSE(p.IsEmpty());
+    ASSERT_EQ(p.GetSamples().size(), 2u);
+    EXPECT_EQ(p.GetSamples()[0].m_sequenceNumber, 77u);
+    EXPECT_EQ(p.GetSamples()[1].m_sequenceNumber, 5u);
+    EXPECT_EQ(p.GetSamples()[1].m_records[0].m_switchRecord.m_srcVLAN, 9u);
+    EXPECT_EQ(p.GetCompactSamples().size(), 1u);
+    CString text = p.ToString();
+    EXPECT_NE(text.find(L"-----<Sample 1>-----\r\nSeq Number: 77,"), CString::npos);
+    EXPECT_NE(text.find(L"-----<Sample 2>-----\r\nSeq Number: 5,"), CString::npos);
+    Placed copy;
+    copy = p;
+    EXPECT_EQ(copy.GetSize(), 2);
+    EXPECT_EQ(copy.ToString(), text);
+}

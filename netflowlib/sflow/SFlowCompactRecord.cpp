@@ -1,6 +1,6 @@
 #include "sflow/SFlowCompactRecord.h"
 
-#include "sflow/SFlowRecordKinds.h"
+#include "sflow/SFlowRecordReader.h"
 
 using namespace tpnf::sflow;
 

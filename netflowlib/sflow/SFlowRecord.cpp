@@ -1,6 +1,6 @@
 #include "sflow/SFlowRecord.h"
 
-#include "sflow/SFlowRecordKinds.h"
+#include "sflow/SFlowRecordReader.h"
 
 using namespace tpnf::sflow;
 

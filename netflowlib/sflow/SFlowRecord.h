@@ -2,29 +2,7 @@
 
 #include <type_traits>
 
-#include "sflow/SFlowEthernetCounters.h"
-#include "sflow/SFlowEthernetRecord.h"
-#include "sflow/SFlowExtendedGatewayRecord.h"
-#include "sflow/SFlowExtendedMPLSRecord.h"
-#include "sflow/SFlowExtendedMPLSTunnelRecord.h"
-#include "sflow/SFlowExtendedMPLS_FTNRecord.h"
-#include "sflow/SFlowExtendedMPLS_LDP_FECRecord.h"
-#include "sflow/SFlowExtendedMPLS_VCRecord.h"
-#include "sflow/SFlowExtendedNATRecord.h"
-#include "sflow/SFlowExtendedProcessRecord.h"
-#include "sflow/SFlowExtendedRouterRecord.h"
-#include "sflow/SFlowExtendedSwitchRecord.h"
-#include "sflow/SFlowExtendedURLRecord.h"
-#include "sflow/SFlowExtendedUserRecord.h"
-#include "sflow/SFlowExtendedVLANTunnelRecord.h"
-#include "sflow/SFlowGenericCounters.h"
-#include "sflow/SFlowHeaderRecord.h"
-#include "sflow/SFlowIPv4Record.h"
-#include "sflow/SFlowIPv6Record.h"
-#include "sflow/SFlowProcessorCounters.h"
-#include "sflow/SFlowTokenringCounters.h"
-#include "sflow/SFlowVGCounters.h"
-#include "sflow/SFlowVLANCounters.h"
+#include "sflow/SFlowKinds.h"
 #include "util/Types.h"
 
 namespace tpnf::sflow {
@@ -58,6 +36,10 @@ public:
     void DecodeCounterBlock(uint32_t format, const CByteArray& data, int& offset, bool exact = false);
 
     CString ToString() const;
+
+    // The member of that kind when the format numbers name it (as ToString picks it), else nullptr.
+    template <class Record>
+    const Record* Get() const;
 
     uint32_t m_flowFormat = 0;
     uint32_t m_counterFormat = 0;
@@ -150,4 +132,15 @@ inline auto& CSFlowRecord::MemberOf(Self& self, std::type_identity<Kind>) {
         return self.m_vlanCounters;
     else
         return self.m_tokenringCounters;
+}
+
+template <class Record>
+const Record* CSFlowRecord::Get() const {
+    bool named = false;
+    auto match = [&named](auto kind) { named = std::is_same_v<typename decltype(kind)::type, Record>; };
+    if (m_flowFormat == 0)
+        tpnf::sflow::VisitCounterKind(m_counterFormat, match);
+    else
+        tpnf::sflow::VisitFlowKind(m_flowFormat, match);
+    return named ? &MemberOf(*this, std::type_identity<Record>{}) : nullptr;
 }

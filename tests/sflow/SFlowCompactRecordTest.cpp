@@ -324,3 +324,34 @@ TEST(SFlowPacketSamples, SamplesASubclassPlacesComeBeforeTheDecodedOnes) {
     EXPECT_EQ(copy.GetSize(), 2);
     EXPECT_EQ(copy.ToString(), text);
 }
+
+TEST(SFlowCompactRecord, BothHoldersGiveTheRecordTheirFormatsName) {
+    CSFlowRecord full;
+    EXPECT_EQ(full.Get<CSFlowHeaderRecord>(), nullptr);
+    full.m_flowFormat = 1;
+    EXPECT_EQ(full.Get<CSFlowHeaderRecord>(), &full.m_headerRecord);
+    EXPECT_EQ(full.Get<CSFlowExtendedSwitchRecord>(), nullptr);
+    EXPECT_EQ(full.Get<CSFlowGenericCounters>(), nullptr);
+    full.m_flowFormat = 0;
+    full.m_counterFormat = 1;
+    EXPECT_EQ(full.Get<CSFlowGenericCounters>(), &full.m_genericCounters);
+    EXPECT_EQ(full.Get<CSFlowHeaderRecord>(), nullptr);
+    full.m_counterFormat = 1001;
+    EXPECT_EQ(full.Get<CSFlowProcessorCounters>(), &full.m_processorCounters);
+    full.m_flowFormat = 1001; // a flow format wins over the counter format
+    EXPECT_EQ(full.Get<CSFlowProcessorCounters>(), nullptr);
+    EXPECT_EQ(full.Get<CSFlowExtendedSwitchRecord>(), &full.m_switchRecord);
+
+    Bytes data = ByteBuilder()
+                     .u32(5)
+                     .bytes(Record(1002, ByteBuilder().u32(1).ipv4(10, 0, 0, 1).u32(8).u32(16).build()))
+                     .build();
+    CSFlowCompactRecord compact;
+    int offset = 4;
+    compact.Decode(data, offset);
+    CSFlowRecord converted = compact.ToRecord();
+    ASSERT_NE(converted.Get<CSFlowExtendedRouterRecord>(), nullptr);
+    EXPECT_EQ(converted.Get<CSFlowExtendedRouterRecord>()->m_dstMask,
+              compact.Get<CSFlowExtendedRouterRecord>()->m_dstMask);
+    EXPECT_EQ(converted.Get<CSFlowExtendedRouterRecord>()->m_nextHop.ToString(), L"10.0.0.1");
+}

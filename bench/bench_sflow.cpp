@@ -1,5 +1,7 @@
 // Decoding and rendering speed of sFlow datagrams. items_per_second is samples per second;
-// datagrams/s counts whole datagrams; allocs/datagram counts heap allocations per decode.
+// datagrams/s counts whole datagrams; allocs/datagram counts heap allocations per decode. The
+// FullHolders runs read the same datagrams into records that carry a member of every kind, as the packet
+// did before its records held only their own kind.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
@@ -59,17 +61,7 @@ Bytes CounterDatagram() {
     return Datagram({.subId = 1, .sequence = 78, .uptime = 123456789}, samples);
 }
 
-void DecodeLoop(benchmark::State& state, const Bytes& datagram) {
-    int64_t samples = 0;
-    int64_t allocations = g_allocations;
-    for (auto _ : state) {
-        CSFlowPacket packet;
-        int ok = packet.Decode(datagram);
-        samples = packet.GetSize();
-        benchmark::DoNotOptimize(ok);
-        benchmark::DoNotOptimize(packet);
-    }
-    allocations = g_allocations - allocations;
+void CountDatagrams(benchmark::State& state, const Bytes& datagram, int64_t samples, int64_t allocations) {
     if (samples != 8)
         state.SkipWithError("datagram did not decode to 8 samples");
     state.SetItemsProcessed(state.iterations() * samples);
@@ -80,12 +72,75 @@ void DecodeLoop(benchmark::State& state, const Bytes& datagram) {
         static_cast<double>(allocations) / static_cast<double>(std::max<int64_t>(1, state.iterations()));
 }
 
+void DecodeLoop(benchmark::State& state, const Bytes& datagram, const CDecodeContext& context = {}) {
+    int64_t samples = 0;
+    int64_t allocations = g_allocations;
+    for (auto _ : state) {
+        CSFlowPacket packet;
+        packet.SetDecodeContext(context);
+        int ok = packet.Decode(datagram);
+        samples = packet.GetSize();
+        benchmark::DoNotOptimize(ok);
+        benchmark::DoNotOptimize(packet);
+    }
+    CountDatagrams(state, datagram, samples, g_allocations - allocations);
+}
+
+// The datagram read the way the packet read it before its records held only their own kind: header,
+// then samples whose records each carry a member of every kind. The baseline of the decode benchmarks.
+void FullHolderLoop(benchmark::State& state, const Bytes& datagram) {
+    int64_t samples = 0;
+    int64_t allocations = g_allocations;
+    for (auto _ : state) {
+        CSFlowHeader header;
+        int offset = header.Decode(datagram);
+        CArray<CSFlowSample, const CSFlowSample&> read;
+        read.reserve(header.m_numSamples);
+        for (uint32_t i = 0; i < header.m_numSamples; ++i)
+            read.emplace_back().Decode(datagram, offset);
+        samples = static_cast<int64_t>(read.size());
+        benchmark::DoNotOptimize(read);
+    }
+    CountDatagrams(state, datagram, samples, g_allocations - allocations);
+}
+
+// Decoding and then reading the samples through GetSamples, which builds the holders of every kind.
+void DecodeAndGetSamplesLoop(benchmark::State& state, const Bytes& datagram) {
+    int64_t samples = 0;
+    int64_t allocations = g_allocations;
+    for (auto _ : state) {
+        CSFlowPacket packet;
+        packet.Decode(datagram);
+        samples = static_cast<int64_t>(packet.GetSamples().size());
+        benchmark::DoNotOptimize(packet);
+    }
+    CountDatagrams(state, datagram, samples, g_allocations - allocations);
+}
+
 void BM_DecodeV5FlowSamples(benchmark::State& state) {
     DecodeLoop(state, FlowDatagram());
 }
 
 void BM_DecodeV5CounterSamples(benchmark::State& state) {
     DecodeLoop(state, CounterDatagram());
+}
+
+void BM_DecodeV5FlowSamplesFullHolders(benchmark::State& state) {
+    FullHolderLoop(state, FlowDatagram());
+}
+
+void BM_DecodeV5CounterSamplesFullHolders(benchmark::State& state) {
+    FullHolderLoop(state, CounterDatagram());
+}
+
+void BM_DecodeV5FlowSamplesThenGetSamples(benchmark::State& state) {
+    DecodeAndGetSamplesLoop(state, FlowDatagram());
+}
+
+void BM_DecodeV5FlowSamplesExact(benchmark::State& state) {
+    CDecodeContext context;
+    context.options.sflowExact = true;
+    DecodeLoop(state, FlowDatagram(), context);
 }
 
 // A fresh record holder: one member of every kind, nine of them holding 4-element addresses.
@@ -113,7 +168,11 @@ void BM_ToStringV5FlowSamples(benchmark::State& state) {
 } // namespace
 
 BENCHMARK(BM_DecodeV5FlowSamples);
+BENCHMARK(BM_DecodeV5FlowSamplesFullHolders);
 BENCHMARK(BM_DecodeV5CounterSamples);
+BENCHMARK(BM_DecodeV5CounterSamplesFullHolders);
+BENCHMARK(BM_DecodeV5FlowSamplesThenGetSamples);
+BENCHMARK(BM_DecodeV5FlowSamplesExact);
 BENCHMARK(BM_FreshRecordHolder);
 BENCHMARK(BM_ToStringV5FlowSamples);
 

@@ -192,74 +192,95 @@ bool DestinationAS(const CSFlowExtendedGatewayRecord& gateway, uint32_t version,
 }
 
 // The packet data of a flow sample: a sampled header, or a sampled IPv4 or IPv6 record. False when the
-// record is none of these or cannot be read.
-bool SetPacketData(CFlowRecord& flow, const CSFlowRecord& record) {
-    switch (record.m_flowFormat) {
-    case 1: {
-        const CSFlowHeaderRecord& header = record.m_headerRecord;
-        if (!CSampledHeaderParser::Parse(header.m_protocol, header.m_header.data(), header.m_header.size(),
+// record is none of these or cannot be read. Record: the packet's compact record or a full holder.
+template <class Record>
+bool SetPacketData(CFlowRecord& flow, const Record& record) {
+    if (const auto* header = record.template Get<CSFlowHeaderRecord>()) {
+        if (!CSampledHeaderParser::Parse(header->m_protocol, header->m_header.data(), header->m_header.size(),
                                          flow))
             return false;
-        flow.Set(K::Bytes, header.m_frameLength);
+        flow.Set(K::Bytes, header->m_frameLength);
         return true;
     }
-    case 3: {
-        const CSFlowIPv4Record& ip = record.m_ipv4Record;
+    if (const auto* ip = record.template Get<CSFlowIPv4Record>()) {
         flow.Set(K::IpVersion, 4);
-        flow.Set(K::Bytes, ip.m_length);
-        SetChecked(flow, K::Proto, ip.m_protocol);
-        flow.SetAddress(K::SrcAddr, AddressOf(ip.m_srcIP));
-        flow.SetAddress(K::DstAddr, AddressOf(ip.m_dstIP));
-        SetChecked(flow, K::SrcPort, ip.m_srcPort);
-        SetChecked(flow, K::DstPort, ip.m_dstPort);
-        SetChecked(flow, K::TcpFlags, ip.m_tcpFlags);
-        SetChecked(flow, K::Tos, ip.m_tos);
+        flow.Set(K::Bytes, ip->m_length);
+        SetChecked(flow, K::Proto, ip->m_protocol);
+        flow.SetAddress(K::SrcAddr, AddressOf(ip->m_srcIP));
+        flow.SetAddress(K::DstAddr, AddressOf(ip->m_dstIP));
+        SetChecked(flow, K::SrcPort, ip->m_srcPort);
+        SetChecked(flow, K::DstPort, ip->m_dstPort);
+        SetChecked(flow, K::TcpFlags, ip->m_tcpFlags);
+        SetChecked(flow, K::Tos, ip->m_tos);
         return true;
     }
-    case 4: {
-        const CSFlowIPv6Record& ip = record.m_ipv6Record;
+    if (const auto* ip = record.template Get<CSFlowIPv6Record>()) {
         flow.Set(K::IpVersion, 6);
-        flow.Set(K::Bytes, ip.m_length);
-        SetChecked(flow, K::Proto, ip.m_protocol);
-        flow.SetAddress(K::SrcAddr, AddressOf(ip.m_srcIP));
-        flow.SetAddress(K::DstAddr, AddressOf(ip.m_dstIP));
-        SetChecked(flow, K::SrcPort, ip.m_srcPort);
-        SetChecked(flow, K::DstPort, ip.m_dstPort);
-        SetChecked(flow, K::TcpFlags, ip.m_tcpFlags);
-        SetChecked(flow, K::Tos, ip.m_priority);
+        flow.Set(K::Bytes, ip->m_length);
+        SetChecked(flow, K::Proto, ip->m_protocol);
+        flow.SetAddress(K::SrcAddr, AddressOf(ip->m_srcIP));
+        flow.SetAddress(K::DstAddr, AddressOf(ip->m_dstIP));
+        SetChecked(flow, K::SrcPort, ip->m_srcPort);
+        SetChecked(flow, K::DstPort, ip->m_dstPort);
+        SetChecked(flow, K::TcpFlags, ip->m_tcpFlags);
+        SetChecked(flow, K::Tos, ip->m_priority);
         return true;
     }
-    default:
-        return false;
-    }
+    return false;
 }
 
 // Forwarding data of the extended records: VLAN, next hop, masks, AS numbers.
-void SetExtendedData(CFlowRecord& flow, const CSFlowRecord& record, uint32_t version) {
-    switch (record.m_flowFormat) {
-    case 1001: // a VLAN tag in the sampled header is the frame's own and comes first
+template <class Record>
+void SetExtendedData(CFlowRecord& flow, const Record& record, uint32_t version) {
+    if (const auto* sw = record.template Get<CSFlowExtendedSwitchRecord>()) {
+        // a VLAN tag in the sampled header is the frame's own and comes first
         if (flow.IsNull(K::Vlan))
-            SetChecked(flow, K::Vlan, record.m_switchRecord.m_srcVLAN);
-        break;
-    case 1002: {
-        const CFlowAddress nextHop = AddressOf(record.m_routerRecord.m_nextHop);
+            SetChecked(flow, K::Vlan, sw->m_srcVLAN);
+    } else if (const auto* router = record.template Get<CSFlowExtendedRouterRecord>()) {
+        const CFlowAddress nextHop = AddressOf(router->m_nextHop);
         if (nextHop.length != 0)
             flow.SetAddress(K::NextHop, nextHop);
-        SetChecked(flow, K::SrcMask, record.m_routerRecord.m_srcMask);
-        SetChecked(flow, K::DstMask, record.m_routerRecord.m_dstMask);
-        break;
-    }
-    case 1003: {
-        const CSFlowExtendedGatewayRecord& gateway = record.m_gatewayRecord;
-        flow.Set(K::SrcAs, gateway.m_srcAS);
+        SetChecked(flow, K::SrcMask, router->m_srcMask);
+        SetChecked(flow, K::DstMask, router->m_dstMask);
+    } else if (const auto* gateway = record.template Get<CSFlowExtendedGatewayRecord>()) {
+        flow.Set(K::SrcAs, gateway->m_srcAS);
         uint32_t dstAS;
-        if (DestinationAS(gateway, version, dstAS))
+        if (DestinationAS(*gateway, version, dstAS))
             flow.Set(K::DstAs, dstAS);
-        break;
     }
-    default:
-        break;
+}
+
+const CSFlowSample& FieldsOf(const CSFlowSample& sample) {
+    return sample;
+}
+
+const CSFlowSample& FieldsOf(const CSFlowCompactSample& sample) {
+    return sample.m_fields;
+}
+
+// The flow of one sample, unless it is no flow sample or has no packet data.
+template <class Sample>
+void AppendSFlowSample(const Sample& sample, const CFlowRecord& base, uint32_t version,
+                       std::vector<CFlowRecord>& flows) {
+    const CSFlowSample& fields = FieldsOf(sample);
+    const bool compact = version >= 5;
+    const bool flowSample = fields.m_sampleType == 1 || (compact && fields.m_sampleType == 3);
+    if (!flowSample)
+        return;
+    CFlowRecord& flow = flows.emplace_back(base);
+    flow.Set(K::ObservationDomain, fields.m_sourceIdIndex);
+    if (fields.m_samplingRate != 0)
+        flow.Set(K::SamplingRate, fields.m_samplingRate);
+    SetSFlowInterface(flow, K::InIf, fields.m_inputPortFormat, fields.m_inputPort, compact);
+    SetSFlowInterface(flow, K::OutIf, fields.m_outputPortFormat, fields.m_outputPort, compact);
+    bool packetData = false;
+    for (const auto& record : sample.m_records) {
+        if (!packetData)
+            packetData = SetPacketData(flow, record);
+        SetExtendedData(flow, record, version);
     }
+    if (!packetData)
+        flows.pop_back();
 }
 
 // The keys of one v9 data record, field by field, in template order. A key with a preferred field and
@@ -622,25 +643,15 @@ void CFlowMaker::AppendSFlow(const CSFlowPacket& packet, const CFlowContext& con
     base.Set(K::FlowStart, context.timeReceived);
     base.Set(K::FlowEnd, context.timeReceived);
     base.Set(K::Packets, 1);
-    const auto& samples = packet.GetSamples();
-    for (const CSFlowSample& sample : samples) {
-        const bool compact = version >= 5;
-        const bool flowSample = sample.m_sampleType == 1 || (compact && sample.m_sampleType == 3);
-        if (!flowSample)
-            continue;
-        CFlowRecord& flow = flows.emplace_back(base);
-        flow.Set(K::ObservationDomain, sample.m_sourceIdIndex);
-        if (sample.m_samplingRate != 0)
-            flow.Set(K::SamplingRate, sample.m_samplingRate);
-        SetSFlowInterface(flow, K::InIf, sample.m_inputPortFormat, sample.m_inputPort, compact);
-        SetSFlowInterface(flow, K::OutIf, sample.m_outputPortFormat, sample.m_outputPort, compact);
-        bool packetData = false;
-        for (const CSFlowRecord& record : sample.m_records) {
-            if (!packetData)
-                packetData = SetPacketData(flow, record);
-            SetExtendedData(flow, record, version);
-        }
-        if (!packetData)
-            flows.pop_back();
+    // The decoded samples are read as the packet keeps them; full samples are built only for samples a
+    // subclass placed in the packet beside decoded ones.
+    const auto& decoded = packet.GetCompactSamples();
+    const size_t placed = static_cast<size_t>(packet.GetSize()) - decoded.size();
+    if (placed > 0) {
+        const auto& samples = packet.GetSamples();
+        for (size_t i = 0; i < placed; ++i)
+            AppendSFlowSample(samples[i], base, version, flows);
     }
+    for (const CSFlowCompactSample& sample : decoded)
+        AppendSFlowSample(sample, base, version, flows);
 }

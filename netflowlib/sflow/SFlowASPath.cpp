@@ -5,8 +5,15 @@
 using namespace tpnf::sflow;
 
 // Any other segment type reads only its type word: nothing is skipped.
-void CSFlowASPath::Decode(const CByteArray& data, int& offset) {
+void CSFlowASPath::Decode(const CByteArray& data, int& offset, bool exact) {
     m_type = ReadU32(data, offset);
+    if (exact) {
+        // Both segment types carry a word array; another type has no defined layout.
+        if (m_type != 1 && m_type != 2)
+            AfxThrowInvalidArgException();
+        ReadWordsExact(data, offset, m_type == 1 ? m_asSet : m_asSequence);
+        return;
+    }
     if (m_type == 1)
         CNetFlowUtility::GetIntArray(data, offset, m_asSet);
     else if (m_type == 2)

@@ -4,7 +4,8 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowEthernetCounters::Decode(const CByteArray& data, int& offset) {
+// 32-bit counters only: the same in both modes.
+void CSFlowEthernetCounters::Decode(const CByteArray& data, int& offset, bool) {
     m_dot3StatsAlignmentErrors = ReadU32(data, offset);
     m_dot3StatsFCSErrors = ReadU32(data, offset);
     m_dot3StatsSingleCollisionFrames = ReadU32(data, offset);

@@ -4,11 +4,16 @@
 
 using namespace tpnf::sflow;
 
-// 20 bytes, MACs unpadded: intended.
-void CSFlowEthernetRecord::Decode(const CByteArray& data, int& offset) {
+// By default 20 bytes, MACs unpadded: intended. Exact: each MAC is a 6-byte opaque padded to 8.
+void CSFlowEthernetRecord::Decode(const CByteArray& data, int& offset, bool exact) {
     m_length = ReadU32(data, offset);
-    ReadOpaque(data, offset, 6, m_srcMAC);
-    ReadOpaque(data, offset, 6, m_dstMAC);
+    if (exact) {
+        ReadPaddedBytes(data, offset, 6, m_srcMAC);
+        ReadPaddedBytes(data, offset, 6, m_dstMAC);
+    } else {
+        ReadOpaque(data, offset, 6, m_srcMAC);
+        ReadOpaque(data, offset, 6, m_dstMAC);
+    }
     m_type = ReadU32(data, offset);
 }
 

@@ -4,24 +4,35 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedGatewayRecord::Decode(const CByteArray& data, int& offset) {
+void CSFlowExtendedGatewayRecord::Decode(const CByteArray& data, int& offset, bool exact) {
     int version = DatagramVersion(data);
-    if (version >= 5)
-        ReadAddress(data, offset, m_nextHop);
+    if (version >= 5) {
+        if (exact)
+            ReadAddressExact(data, offset, m_nextHop);
+        else
+            ReadAddress(data, offset, m_nextHop);
+    }
     m_as = ReadU32(data, offset);
     m_srcAS = ReadU32(data, offset);
     m_srcPeerAS = ReadU32(data, offset);
     if (version < 4) {
-        if (version == 2)
-            CNetFlowUtility::GetIntArray(data, offset, m_dstASPath);
+        if (version == 2) {
+            if (exact)
+                ReadWordsExact(data, offset, m_dstASPath);
+            else
+                CNetFlowUtility::GetIntArray(data, offset, m_dstASPath);
+        }
         return;
     }
     uint32_t segments = ReadU32(data, offset);
     // Segments are added as they are read; the record is discarded with the sample if one fails.
     ReserveFor(m_asPath, data, offset, segments, 4);
     for (uint32_t i = 0; i < segments; ++i)
-        m_asPath.emplace_back().Decode(data, offset);
-    CNetFlowUtility::GetIntArray(data, offset, m_communities);
+        m_asPath.emplace_back().Decode(data, offset, exact);
+    if (exact)
+        ReadWordsExact(data, offset, m_communities);
+    else
+        CNetFlowUtility::GetIntArray(data, offset, m_communities);
     m_localPref = ReadU32(data, offset);
 }
 

@@ -14,7 +14,8 @@ public:
     CSFlowExtendedGatewayRecord& operator=(CSFlowExtendedGatewayRecord&&) noexcept = default;
     virtual ~CSFlowExtendedGatewayRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     CNetFlowIPAddress m_nextHop{0u}; // version 5 only

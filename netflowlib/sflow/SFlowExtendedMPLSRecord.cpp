@@ -4,10 +4,16 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedMPLSRecord::Decode(const CByteArray& data, int& offset) {
-    ReadAddress(data, offset, m_nextHop);
-    CNetFlowUtility::GetIntArray(data, offset, m_inLabelStack);
-    CNetFlowUtility::GetIntArray(data, offset, m_outLabelStack);
+void CSFlowExtendedMPLSRecord::Decode(const CByteArray& data, int& offset, bool exact) {
+    if (exact) {
+        ReadAddressExact(data, offset, m_nextHop);
+        ReadWordsExact(data, offset, m_inLabelStack);
+        ReadWordsExact(data, offset, m_outLabelStack);
+    } else {
+        ReadAddress(data, offset, m_nextHop);
+        CNetFlowUtility::GetIntArray(data, offset, m_inLabelStack);
+        CNetFlowUtility::GetIntArray(data, offset, m_outLabelStack);
+    }
 }
 
 CString CSFlowExtendedMPLSRecord::PrintLabelStack(const CUIntArray& stack) {

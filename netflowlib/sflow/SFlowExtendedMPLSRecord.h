@@ -13,7 +13,8 @@ public:
     CSFlowExtendedMPLSRecord& operator=(CSFlowExtendedMPLSRecord&&) noexcept = default;
     virtual ~CSFlowExtendedMPLSRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     // Label stack entries as label.experimental.bottom.TTL, joined by " - ".

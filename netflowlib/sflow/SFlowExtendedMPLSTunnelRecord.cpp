@@ -4,8 +4,8 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedMPLSTunnelRecord::Decode(const CByteArray& data, int& offset) {
-    m_tunnelName = ReadString(data, offset);
+void CSFlowExtendedMPLSTunnelRecord::Decode(const CByteArray& data, int& offset, bool exact) {
+    m_tunnelName = exact ? ReadPaddedString(data, offset) : ReadString(data, offset);
     m_tunnelId = ReadU32(data, offset);
     m_tunnelCos = ReadU32(data, offset);
 }

@@ -12,7 +12,8 @@ public:
     CSFlowExtendedMPLSTunnelRecord& operator=(CSFlowExtendedMPLSTunnelRecord&&) noexcept = default;
     virtual ~CSFlowExtendedMPLSTunnelRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     CString m_tunnelName;

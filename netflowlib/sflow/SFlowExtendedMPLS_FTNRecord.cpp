@@ -4,8 +4,8 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedMPLS_FTNRecord::Decode(const CByteArray& data, int& offset) {
-    m_ftnDescr = ReadString(data, offset);
+void CSFlowExtendedMPLS_FTNRecord::Decode(const CByteArray& data, int& offset, bool exact) {
+    m_ftnDescr = exact ? ReadPaddedString(data, offset) : ReadString(data, offset);
     m_ftnMask = ReadU32(data, offset);
 }
 

@@ -12,7 +12,8 @@ public:
     CSFlowExtendedMPLS_FTNRecord& operator=(CSFlowExtendedMPLS_FTNRecord&&) noexcept = default;
     virtual ~CSFlowExtendedMPLS_FTNRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     CString m_ftnDescr;

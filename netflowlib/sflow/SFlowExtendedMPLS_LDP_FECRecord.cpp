@@ -4,7 +4,8 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedMPLS_LDP_FECRecord::Decode(const CByteArray& data, int& offset) {
+// One word in both modes.
+void CSFlowExtendedMPLS_LDP_FECRecord::Decode(const CByteArray& data, int& offset, bool) {
     m_fecAddrPrefixLength = ReadU32(data, offset);
 }
 

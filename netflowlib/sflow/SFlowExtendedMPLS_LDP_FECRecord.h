@@ -12,7 +12,8 @@ public:
     CSFlowExtendedMPLS_LDP_FECRecord& operator=(CSFlowExtendedMPLS_LDP_FECRecord&&) noexcept = default;
     virtual ~CSFlowExtendedMPLS_LDP_FECRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     uint32_t m_fecAddrPrefixLength = 0xFFFFFFFF;

@@ -4,8 +4,8 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedMPLS_VCRecord::Decode(const CByteArray& data, int& offset) {
-    m_vcInstanceName = ReadString(data, offset);
+void CSFlowExtendedMPLS_VCRecord::Decode(const CByteArray& data, int& offset, bool exact) {
+    m_vcInstanceName = exact ? ReadPaddedString(data, offset) : ReadString(data, offset);
     m_vcId = ReadU32(data, offset);
     m_vcCos = ReadU32(data, offset);
 }

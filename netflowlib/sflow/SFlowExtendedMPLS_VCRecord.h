@@ -12,7 +12,8 @@ public:
     CSFlowExtendedMPLS_VCRecord& operator=(CSFlowExtendedMPLS_VCRecord&&) noexcept = default;
     virtual ~CSFlowExtendedMPLS_VCRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     CString m_vcInstanceName;

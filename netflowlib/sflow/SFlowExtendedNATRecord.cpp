@@ -4,9 +4,14 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedNATRecord::Decode(const CByteArray& data, int& offset) {
-    ReadAddress(data, offset, m_srcAddress);
-    ReadAddress(data, offset, m_dstAddress);
+void CSFlowExtendedNATRecord::Decode(const CByteArray& data, int& offset, bool exact) {
+    if (exact) {
+        ReadAddressExact(data, offset, m_srcAddress);
+        ReadAddressExact(data, offset, m_dstAddress);
+    } else {
+        ReadAddress(data, offset, m_srcAddress);
+        ReadAddress(data, offset, m_dstAddress);
+    }
 }
 
 CString CSFlowExtendedNATRecord::ToString() const {

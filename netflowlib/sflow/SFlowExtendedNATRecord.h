@@ -13,7 +13,8 @@ public:
     CSFlowExtendedNATRecord& operator=(CSFlowExtendedNATRecord&&) noexcept = default;
     virtual ~CSFlowExtendedNATRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     CNetFlowIPAddress m_srcAddress{0u};

@@ -4,7 +4,19 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedProcessRecord::Decode(const CByteArray& data, int& offset) {
+void CSFlowExtendedProcessRecord::Decode(const CByteArray& data, int& offset, bool exact) {
+    if (exact) {
+        // Each entry is at least a process id and an empty name's length word.
+        uint32_t count = ReadU32(data, offset);
+        Require(data, offset, int64_t{count} * 8);
+        m_processIds.reserve(m_processIds.size() + count);
+        m_processNames.reserve(m_processNames.size() + count);
+        for (uint32_t i = 0; i < count; ++i) {
+            m_processIds.push_back(ReadU32(data, offset));
+            m_processNames.push_back(ReadPaddedString(data, offset));
+        }
+        return;
+    }
     int32_t count = CNetFlowUtility::GetULongOffset(data, offset);
     if (count < 1)
         return;

@@ -12,7 +12,8 @@ public:
     CSFlowExtendedProcessRecord& operator=(CSFlowExtendedProcessRecord&&) noexcept = default;
     virtual ~CSFlowExtendedProcessRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     CUIntArray m_processIds;

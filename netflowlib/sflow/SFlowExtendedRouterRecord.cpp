@@ -4,8 +4,11 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedRouterRecord::Decode(const CByteArray& data, int& offset) {
-    ReadAddress(data, offset, m_nextHop);
+void CSFlowExtendedRouterRecord::Decode(const CByteArray& data, int& offset, bool exact) {
+    if (exact)
+        ReadAddressExact(data, offset, m_nextHop);
+    else
+        ReadAddress(data, offset, m_nextHop);
     m_srcMask = ReadU32(data, offset);
     m_dstMask = ReadU32(data, offset);
 }

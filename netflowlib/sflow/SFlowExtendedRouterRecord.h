@@ -13,7 +13,8 @@ public:
     CSFlowExtendedRouterRecord& operator=(CSFlowExtendedRouterRecord&&) noexcept = default;
     virtual ~CSFlowExtendedRouterRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     CNetFlowIPAddress m_nextHop{0u};

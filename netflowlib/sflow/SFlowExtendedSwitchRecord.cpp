@@ -4,7 +4,8 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedSwitchRecord::Decode(const CByteArray& data, int& offset) {
+// The same four words in both modes.
+void CSFlowExtendedSwitchRecord::Decode(const CByteArray& data, int& offset, bool) {
     m_srcVLAN = ReadU32(data, offset);
     m_srcPriority = ReadU32(data, offset);
     m_dstVLAN = ReadU32(data, offset);

@@ -4,11 +4,11 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedURLRecord::Decode(const CByteArray& data, int& offset) {
+void CSFlowExtendedURLRecord::Decode(const CByteArray& data, int& offset, bool exact) {
     m_direction = ReadU32(data, offset);
-    m_url = ReadString(data, offset);
+    m_url = exact ? ReadPaddedString(data, offset) : ReadString(data, offset);
     if (DatagramVersion(data) >= 5)
-        m_host = ReadString(data, offset);
+        m_host = exact ? ReadPaddedString(data, offset) : ReadString(data, offset);
 }
 
 CString CSFlowExtendedURLRecord::ToString() const {

@@ -12,7 +12,8 @@ public:
     CSFlowExtendedURLRecord& operator=(CSFlowExtendedURLRecord&&) noexcept = default;
     virtual ~CSFlowExtendedURLRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     uint32_t m_direction = 0; // 1 source, 2 destination

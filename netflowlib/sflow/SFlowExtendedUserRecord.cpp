@@ -4,14 +4,14 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedUserRecord::Decode(const CByteArray& data, int& offset) {
+void CSFlowExtendedUserRecord::Decode(const CByteArray& data, int& offset, bool exact) {
     bool v5 = DatagramVersion(data) >= 5;
     if (v5)
         m_srcCharset = ReadU32(data, offset);
-    m_srcUser = ReadString(data, offset);
+    m_srcUser = exact ? ReadPaddedString(data, offset) : ReadString(data, offset);
     if (v5)
         m_dstCharset = ReadU32(data, offset);
-    m_dstUser = ReadString(data, offset);
+    m_dstUser = exact ? ReadPaddedString(data, offset) : ReadString(data, offset);
 }
 
 CString CSFlowExtendedUserRecord::ToString() const {

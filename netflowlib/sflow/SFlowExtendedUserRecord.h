@@ -12,7 +12,8 @@ public:
     CSFlowExtendedUserRecord& operator=(CSFlowExtendedUserRecord&&) noexcept = default;
     virtual ~CSFlowExtendedUserRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     uint32_t m_srcCharset = 0xFFFFFFFF; // version 5 only

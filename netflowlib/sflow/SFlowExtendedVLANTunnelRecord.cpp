@@ -5,8 +5,11 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowExtendedVLANTunnelRecord::Decode(const CByteArray& data, int& offset) {
-    CNetFlowUtility::GetIntArray(data, offset, m_stack);
+void CSFlowExtendedVLANTunnelRecord::Decode(const CByteArray& data, int& offset, bool exact) {
+    if (exact)
+        ReadWordsExact(data, offset, m_stack);
+    else
+        CNetFlowUtility::GetIntArray(data, offset, m_stack);
 }
 
 // VLAN tags are shown split as MPLS label entries: intended.

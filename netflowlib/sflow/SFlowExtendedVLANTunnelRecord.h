@@ -12,7 +12,8 @@ public:
     CSFlowExtendedVLANTunnelRecord& operator=(CSFlowExtendedVLANTunnelRecord&&) noexcept = default;
     virtual ~CSFlowExtendedVLANTunnelRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     CUIntArray m_stack;

@@ -4,20 +4,22 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowGenericCounters::Decode(const CByteArray& data, int& offset) {
+// Exact: 64-bit counters are the plain unsigned reading of their two words.
+void CSFlowGenericCounters::Decode(const CByteArray& data, int& offset, bool exact) {
+    auto read64 = exact ? ReadU64Exact : ReadU64;
     m_ifIndex = ReadU32(data, offset);
     m_ifType = ReadU32(data, offset);
-    m_ifSpeed = ReadU64(data, offset);
+    m_ifSpeed = read64(data, offset);
     m_ifDirection = ReadU32(data, offset);
     m_ifStatus = ReadU32(data, offset);
-    m_ifInOctets = ReadU64(data, offset);
+    m_ifInOctets = read64(data, offset);
     m_ifInUcastPkts = ReadU32(data, offset);
     m_ifInMulticastPkts = ReadU32(data, offset);
     m_ifInBroadcastPkts = ReadU32(data, offset);
     m_ifInDiscards = ReadU32(data, offset);
     m_ifInErrors = ReadU32(data, offset);
     m_ifInUnknownProtos = ReadU32(data, offset);
-    m_ifOutOctets = ReadU64(data, offset);
+    m_ifOutOctets = read64(data, offset);
     m_ifOutUcastPkts = ReadU32(data, offset);
     m_ifOutMulticastPkts = ReadU32(data, offset);
     m_ifOutBroadcastPkts = ReadU32(data, offset);

@@ -4,13 +4,16 @@
 
 using namespace tpnf::sflow;
 
-int CSFlowHeader::Decode(const CByteArray& data) {
+int CSFlowHeader::Decode(const CByteArray& data, bool exact) {
     m_version = static_cast<uint32_t>(DatagramVersion(data));
     if (m_version != 2 && m_version != 4 && m_version != 5)
         return -1;
     int offset = 4;
-    // An unknown address type consumes -1 bytes, so reading goes on at offset 3: intended.
-    ReadAddress(data, offset, m_agentAddress);
+    // By default an unknown address type consumes -1 bytes, so reading goes on at offset 3: intended.
+    if (exact)
+        ReadAddressExact(data, offset, m_agentAddress);
+    else
+        ReadAddress(data, offset, m_agentAddress);
     if (m_version >= 5)
         m_agentSubId = ReadU32(data, offset);
     m_sequenceNumber = ReadU32(data, offset);

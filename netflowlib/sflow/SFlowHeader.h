@@ -14,8 +14,9 @@ public:
     virtual ~CSFlowHeader() = default;
 
     // Reads the header from byte 0; gives the offset of the first sample, or -1 for a version other
-    // than 2, 4 or 5 (then only the version is stored).
-    int Decode(const CByteArray& data);
+    // than 2, 4 or 5 (then only the version is stored). exact: an agent address of unknown type is an
+    // error instead of a step back.
+    int Decode(const CByteArray& data, bool exact = false);
     CString ToString() const;
 
     uint32_t m_version = 0;

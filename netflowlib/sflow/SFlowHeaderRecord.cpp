@@ -6,14 +6,16 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowHeaderRecord::Decode(const CByteArray& data, int& offset) {
+void CSFlowHeaderRecord::Decode(const CByteArray& data, int& offset, bool exact) {
     m_protocol = ReadU32(data, offset);
     m_frameLength = ReadU32(data, offset);
     if (DatagramVersion(data) >= 5)
         m_stripped = ReadU32(data, offset);
     m_headerLength = ReadU32(data, offset);
-    // The cursor moves by the header length, not rounded up to a word: intended.
-    ReadOpaque(data, offset, static_cast<int32_t>(m_headerLength), m_header);
+    if (exact)
+        ReadPaddedBytes(data, offset, m_headerLength, m_header);
+    else // the cursor moves by the header length, not rounded up to a word: intended
+        ReadOpaque(data, offset, static_cast<int32_t>(m_headerLength), m_header);
 }
 
 CString CSFlowHeaderRecord::GetProtocolName(uint32_t protocol) {

@@ -12,7 +12,8 @@ public:
     CSFlowHeaderRecord& operator=(CSFlowHeaderRecord&&) noexcept = default;
     virtual ~CSFlowHeaderRecord() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     // Name of a header protocol number; empty for a number without one.

@@ -5,9 +5,18 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowIPv4Record::Decode(const CByteArray& data, int& offset) {
+void CSFlowIPv4Record::Decode(const CByteArray& data, int& offset, bool exact) {
     m_length = ReadU32(data, offset);
     m_protocol = ReadU32(data, offset);
+    if (exact) {
+        m_srcIP = CNetFlowIPAddress(ReadU32(data, offset));
+        m_dstIP = CNetFlowIPAddress(ReadU32(data, offset));
+        m_srcPort = ReadU32(data, offset);
+        m_dstPort = ReadU32(data, offset);
+        m_tcpFlags = ReadU32(data, offset);
+        m_tos = ReadU32(data, offset);
+        return;
+    }
     CByteArray src;
     CByteArray dst;
     ReadOpaque(data, offset, 4, src);

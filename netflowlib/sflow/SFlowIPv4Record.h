@@ -13,7 +13,8 @@ public:
     CSFlowIPv4Record& operator=(CSFlowIPv4Record&&) noexcept = default;
     virtual ~CSFlowIPv4Record() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     uint32_t m_length = 0xFFFFFFFF;

@@ -12,7 +12,8 @@ CNetFlowIPAddress CSFlowIPv6Record::AddressFromBytes(const CByteArray& bytes) {
     return address;
 }
 
-void CSFlowIPv6Record::Decode(const CByteArray& data, int& offset) {
+// The same 56 bytes in both modes.
+void CSFlowIPv6Record::Decode(const CByteArray& data, int& offset, bool) {
     m_length = ReadU32(data, offset);
     m_protocol = ReadU32(data, offset);
     CByteArray bytes;

@@ -13,7 +13,8 @@ public:
     CSFlowIPv6Record& operator=(CSFlowIPv6Record&&) noexcept = default;
     virtual ~CSFlowIPv6Record() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     // The address of raw address bytes: takes 16 positions, each bounds-tested.

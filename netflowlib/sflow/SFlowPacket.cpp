@@ -24,24 +24,55 @@ void CSFlowPacket::Copy(const CSFlowPacket& other) {
     m_header.m_sysUptime = other.m_header.m_sysUptime;
     m_header.m_numSamples = other.m_header.m_numSamples;
     m_header.m_agentAddress = other.m_header.m_agentAddress;
-    if (this != &other)
+    if (this != &other) {
         m_samples = other.m_samples;
+        m_compactSamples = other.m_compactSamples;
+        ResetView();
+    }
+}
+
+void CSFlowPacket::ResetView() {
+    m_view.clear();
+    m_viewBuilt.store(false, std::memory_order_relaxed);
 }
 
 // An unsupported version is no error: the packet stays empty. A sample is kept only once it has
 // been read completely; a failed read leaves the samples before it.
 int CSFlowPacket::Decode(const CByteArray& datagram) {
-    int offset = m_header.Decode(datagram);
+    const bool exact = m_context.options.sflowExact;
+    ResetView();
+    int offset = m_header.Decode(datagram, exact);
+    // By default a rejected version still goes on with the count held before: intended.
+    if (offset < 0 && exact)
+        return 1;
     uint32_t count = m_header.m_numSamples;
     if (count < 1)
         return 1;
-    ReserveFor(m_samples, datagram, offset, count, 4);
+    ReserveFor(m_compactSamples, datagram, offset, count, 4);
     for (uint32_t i = 0; i < count; ++i) {
-        CSFlowSample sample;
-        sample.Decode(datagram, offset);
-        m_samples.push_back(std::move(sample));
+        CSFlowCompactSample sample;
+        bool more = sample.Decode(datagram, offset, exact);
+        m_compactSamples.push_back(std::move(sample));
+        if (!more)
+            break;
     }
     return 1;
+}
+
+const CArray<CSFlowSample, const CSFlowSample&>& CSFlowPacket::GetSamples() const {
+    if (m_compactSamples.empty())
+        return m_samples;
+    if (!m_viewBuilt.load(std::memory_order_acquire)) {
+        std::lock_guard<std::mutex> lock(m_viewLock);
+        if (!m_viewBuilt.load(std::memory_order_relaxed)) {
+            m_view.reserve(m_samples.size() + m_compactSamples.size());
+            m_view.assign(m_samples.begin(), m_samples.end());
+            for (const CSFlowCompactSample& sample : m_compactSamples)
+                m_view.push_back(sample.ToSample());
+            m_viewBuilt.store(true, std::memory_order_release);
+        }
+    }
+    return m_view;
 }
 
 CString CSFlowPacket::ToString() const {
@@ -54,15 +85,19 @@ CString CSFlowPacket::ToString() const {
         tpnf::AppendFormat(text, L"-----<Sample %d>-----\r\n", number++);
         text += sample.ToString();
     }
+    for (const CSFlowCompactSample& sample : m_compactSamples) {
+        tpnf::AppendFormat(text, L"-----<Sample %d>-----\r\n", number++);
+        text += sample.ToString();
+    }
     return text;
 }
 
 int64_t CSFlowPacket::GetSize() const {
-    return static_cast<int64_t>(m_samples.size());
+    return static_cast<int64_t>(m_samples.size() + m_compactSamples.size());
 }
 
 BOOL CSFlowPacket::IsEmpty() const {
-    return m_samples.empty() ? TRUE : FALSE;
+    return m_samples.empty() && m_compactSamples.empty() ? TRUE : FALSE;
 }
 
 CString CSFlowPacket::GetProtocol() const {

@@ -4,12 +4,14 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowProcessorCounters::Decode(const CByteArray& data, int& offset) {
+// Exact: 64-bit counters are the plain unsigned reading of their two words.
+void CSFlowProcessorCounters::Decode(const CByteArray& data, int& offset, bool exact) {
+    auto read64 = exact ? ReadU64Exact : ReadU64;
     m_5sCpu = ReadU32(data, offset);
     m_1mCpu = ReadU32(data, offset);
     m_5mCpu = ReadU32(data, offset);
-    m_totalMemory = ReadU64(data, offset);
-    m_freeMemory = ReadU64(data, offset);
+    m_totalMemory = read64(data, offset);
+    m_freeMemory = read64(data, offset);
 }
 
 CString CSFlowProcessorCounters::ToString() const {

@@ -12,7 +12,8 @@ public:
     CSFlowProcessorCounters& operator=(CSFlowProcessorCounters&&) noexcept = default;
     virtual ~CSFlowProcessorCounters() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     uint32_t m_5sCpu = 0xFFFFFFFF; // loads as received, not scaled

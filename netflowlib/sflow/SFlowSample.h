@@ -13,8 +13,10 @@ public:
     CSFlowSample& operator=(CSFlowSample&&) noexcept = default;
     virtual ~CSFlowSample() = default;
 
-    // Reads the sample tag and the body laid out for the datagram's version.
-    void Decode(const CByteArray& data, int& offset);
+    // Reads the sample tag and the body laid out for the datagram's version; exact: as the sFlow documents
+    // lay it out (see CSFlowPacket::SetDecodeContext). Gives false when the samples after this one cannot
+    // be found, which happens only in exact mode.
+    bool Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     uint32_t m_sampleType = 0;
@@ -29,11 +31,4 @@ public:
     uint32_t m_outputPort = 0xFFFFFFFF;
     uint32_t m_drops = 0xFFFFFFFF;
     CArray<CSFlowRecord, const CSFlowRecord&> m_records;
-
-private:
-    void DecodeFlowSample(const CByteArray& data, int& offset, bool expanded);
-    void DecodeCounterSample(const CByteArray& data, int& offset, bool expanded);
-    void DecodeFlowSampleV2(const CByteArray& data, int& offset);
-    void DecodeCounterSampleV2(const CByteArray& data, int& offset);
-    void SetSourceId(uint32_t word);
 };

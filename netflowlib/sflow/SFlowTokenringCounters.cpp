@@ -4,7 +4,8 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowTokenringCounters::Decode(const CByteArray& data, int& offset) {
+// 32-bit counters only: the same in both modes.
+void CSFlowTokenringCounters::Decode(const CByteArray& data, int& offset, bool) {
     m_dot5StatsLineErrors = ReadU32(data, offset);
     m_dot5StatsBurstErrors = ReadU32(data, offset);
     m_dot5StatsACErrors = ReadU32(data, offset);

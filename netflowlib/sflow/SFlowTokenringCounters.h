@@ -12,7 +12,8 @@ public:
     CSFlowTokenringCounters& operator=(CSFlowTokenringCounters&&) noexcept = default;
     virtual ~CSFlowTokenringCounters() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     uint32_t m_dot5StatsLineErrors = 0xFFFFFFFF;

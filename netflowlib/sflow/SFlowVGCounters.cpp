@@ -4,21 +4,23 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowVGCounters::Decode(const CByteArray& data, int& offset) {
+// Exact: 64-bit counters are the plain unsigned reading of their two words.
+void CSFlowVGCounters::Decode(const CByteArray& data, int& offset, bool exact) {
+    auto read64 = exact ? ReadU64Exact : ReadU64;
     m_dot12InHighPriorityFrames = ReadU32(data, offset);
-    m_dot12InHighPriorityOctets = ReadU64(data, offset);
+    m_dot12InHighPriorityOctets = read64(data, offset);
     m_dot12InNormPriorityFrames = ReadU32(data, offset);
-    m_dot12InNormPriorityOctets = ReadU64(data, offset);
+    m_dot12InNormPriorityOctets = read64(data, offset);
     m_dot12InIPMErrors = ReadU32(data, offset);
     m_dot12InOversizeFrameErrors = ReadU32(data, offset);
     m_dot12InDataErrors = ReadU32(data, offset);
     m_dot12InNullAddressedFrames = ReadU32(data, offset);
     m_dot12OutHighPriorityFrames = ReadU32(data, offset);
-    m_dot12OutHighPriorityOctets = ReadU64(data, offset);
+    m_dot12OutHighPriorityOctets = read64(data, offset);
     m_dot12TransitionIntoTrainings = ReadU32(data, offset);
-    m_dot12HCInHighPriorityOctets = ReadU64(data, offset);
-    m_dot12HCInNormPriorityOctets = ReadU64(data, offset);
-    m_dot12HCOutHighPriorityOctets = ReadU64(data, offset);
+    m_dot12HCInHighPriorityOctets = read64(data, offset);
+    m_dot12HCInNormPriorityOctets = read64(data, offset);
+    m_dot12HCOutHighPriorityOctets = read64(data, offset);
 }
 
 CString CSFlowVGCounters::ToString() const {

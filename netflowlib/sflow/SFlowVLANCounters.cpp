@@ -4,9 +4,11 @@
 
 using namespace tpnf::sflow;
 
-void CSFlowVLANCounters::Decode(const CByteArray& data, int& offset) {
+// Exact: 64-bit counters are the plain unsigned reading of their two words.
+void CSFlowVLANCounters::Decode(const CByteArray& data, int& offset, bool exact) {
+    auto read64 = exact ? ReadU64Exact : ReadU64;
     m_vlanId = ReadU32(data, offset);
-    m_octets = ReadU64(data, offset);
+    m_octets = read64(data, offset);
     m_ucastPkts = ReadU32(data, offset);
     m_multicastPkts = ReadU32(data, offset);
     m_broadcastPkts = ReadU32(data, offset);

@@ -12,7 +12,8 @@ public:
     CSFlowVLANCounters& operator=(CSFlowVLANCounters&&) noexcept = default;
     virtual ~CSFlowVLANCounters() = default;
 
-    void Decode(const CByteArray& data, int& offset);
+    // exact: the layout of the sFlow documents (see CSFlowPacket::SetDecodeContext).
+    void Decode(const CByteArray& data, int& offset, bool exact = false);
     CString ToString() const;
 
     uint32_t m_vlanId = 0xFFFFFFFF;

@@ -1,6 +1,7 @@
 #pragma once
 // Cursor helpers shared by the sFlow readers: thin forms of the CNetFlowUtility readers that move the
-// caller's offset, plus the one hexadecimal byte rendering of sampled headers and MAC addresses.
+// caller's offset, the readers of exact mode (XDR as the sFlow documents use it), plus the one
+// hexadecimal byte rendering of sampled headers and MAC addresses.
 
 #include <algorithm>
 
@@ -54,6 +55,81 @@ inline void ReadOpaque(const CByteArray& data, int& offset, int32_t length, CByt
 // unknown type (-1) steps one byte back: intended.
 inline void ReadAddress(const CByteArray& data, int& offset, CNetFlowIPAddress& address) {
     offset = WrapAdd(offset, CNetFlowUtility::GetAddress(data, offset, address));
+}
+
+// --- Protocol-exact readers: the XDR encoding the sFlow documents define (RFC 3176, sFlow version 5).
+
+// Fails unless count bytes from offset lie inside the datagram.
+inline void Require(const CByteArray& data, int offset, int64_t count) {
+    if (offset < 0 || count < 0 || static_cast<uint64_t>(offset) + static_cast<uint64_t>(count) > data.size())
+        AfxThrowInvalidArgException();
+}
+
+// XDR pads opaque data and strings to a multiple of 4 bytes.
+inline int64_t Padded(int64_t length) {
+    return (length + 3) & ~int64_t{3};
+}
+
+// Both words unsigned: the plain 64-bit reading.
+inline uint64_t ReadU64Exact(const CByteArray& data, int& offset) {
+    uint64_t high = ReadU32(data, offset);
+    return (high << 32) | ReadU32(data, offset);
+}
+
+// length bytes, then the padding after them.
+inline void ReadPaddedBytes(const CByteArray& data, int& offset, uint32_t length, CByteArray& out) {
+    Require(data, offset, Padded(length));
+    out.assign(data.begin() + offset, data.begin() + offset + length);
+    offset += static_cast<int>(Padded(length));
+}
+
+// A string: length word, text (one character per byte), padding.
+inline CString ReadPaddedString(const CByteArray& data, int& offset) {
+    uint32_t length = ReadU32(data, offset);
+    Require(data, offset, Padded(length));
+    CString text(data.begin() + offset, data.begin() + offset + length);
+    offset += static_cast<int>(Padded(length));
+    return text;
+}
+
+// An address union: type 0 carries no address (the value is left as it is), 1 IPv4, 2 IPv6; any other
+// type has no defined layout.
+inline void ReadAddressExact(const CByteArray& data, int& offset, CNetFlowIPAddress& address) {
+    uint32_t type = ReadU32(data, offset);
+    if (type == 0)
+        return;
+    if (type == 1) {
+        address = CNetFlowIPAddress(ReadU32(data, offset));
+    } else if (type == 2) {
+        Require(data, offset, 16);
+        address.m_address.assign(data.begin() + offset, data.begin() + offset + 16);
+        offset += 16;
+    } else {
+        AfxThrowInvalidArgException();
+    }
+}
+
+// An array of words: unsigned count, then the words.
+inline void ReadWordsExact(const CByteArray& data, int& offset, CUIntArray& out) {
+    uint32_t count = ReadU32(data, offset);
+    Require(data, offset, int64_t{count} * 4);
+    out.reserve(out.size() + count);
+    for (uint32_t i = 0; i < count; ++i)
+        out.push_back(ReadU32(data, offset));
+}
+
+// Where a structure of the given length that starts at offset ends; it must lie inside the datagram.
+inline int EndOf(const CByteArray& data, int offset, uint32_t length) {
+    Require(data, offset, length);
+    return offset + static_cast<int>(length);
+}
+
+// Moves the cursor to the end of a structure whose fields have been read; reading past that end means
+// the announced length was too short for the fields.
+inline void FinishAt(int& offset, int end) {
+    if (offset > end)
+        AfxThrowInvalidArgException();
+    offset = end;
 }
 
 // Bytes as two upper-case hexadecimal digits each, joined by "-".

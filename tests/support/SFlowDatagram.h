@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "support/ByteBuilder.h"
@@ -161,6 +162,46 @@ inline Bytes GenericCounters(uint32_t base) {
     ByteBuilder b;
     for (uint32_t i = 0; i < 22; ++i)
         b.u32(base + i);
+    return b.build();
+}
+
+// --- bodies in the layout of the sFlow documents (XDR: opaque data and strings padded to 4 bytes) ---
+
+// A string or variable-length opaque: length word, the bytes, zeros up to a multiple of 4.
+inline Bytes XdrString(std::string_view text) {
+    return ByteBuilder()
+        .u32(static_cast<uint32_t>(text.size()))
+        .text(text)
+        .zeros((4 - text.size() % 4) % 4)
+        .build();
+}
+
+// An address union: type 1 and 4 bytes, or type 2 and 16 bytes.
+inline Bytes Address(const Bytes& bytes) {
+    return ByteBuilder().u32(bytes.size() == 16 ? 2 : 1).bytes(bytes).build();
+}
+
+// Ethernet frame data (flow format 2): each MAC a 6-byte opaque padded to 8.
+inline Bytes SampledEthernet(uint32_t length, const Bytes& srcMac, const Bytes& dstMac, uint32_t type) {
+    return ByteBuilder().u32(length).bytes(srcMac).zeros(2).bytes(dstMac).zeros(2).u32(type).build();
+}
+
+struct IpFields {
+    uint32_t length = 0;
+    uint32_t protocol = 0;
+    Bytes src; // 4 or 16 bytes
+    Bytes dst;
+    uint32_t srcPort = 0;
+    uint32_t dstPort = 0;
+    uint32_t tcpFlags = 0;
+    uint32_t tosOrPriority = 0;
+};
+
+// Sampled IPv4 (flow format 3) or IPv6 (format 4) data: the addresses are fixed-size opaques.
+inline Bytes SampledIp(const IpFields& f) {
+    ByteBuilder b;
+    b.u32(f.length).u32(f.protocol).bytes(f.src).bytes(f.dst);
+    b.u32(f.srcPort).u32(f.dstPort).u32(f.tcpFlags).u32(f.tosOrPriority);
     return b.build();
 }
 

@@ -30,7 +30,7 @@
 #include "util/NetFlowUtility.h"
 #include "util/TextConvert.h"
 
-int CNetFlowSocket::s_nTraceFileCounter = 0;
+std::atomic<int> CNetFlowSocket::s_nTraceFileCounter{0};
 
 namespace {
 
@@ -318,11 +318,7 @@ BOOL CNetFlowSocket::Create(asio::io_context& loop, UINT nPort, const CListenSet
         ok = ok && !socket->non_blocking(true, error);
         if (!ok) {
             m_failedAddress = address.to_string();
-            for (Listener& listener : listeners) {
-                std::error_code ignored;
-                listener.socket->close(ignored);
-            }
-            return FALSE;
+            return FALSE; // the sockets opened so far close with `listeners`
         }
         if (port == 0) {
             std::error_code ignored;
@@ -450,6 +446,8 @@ void CNetFlowSocket::Dispatch(Receiver& receiver, int index, int64_t receivedMs)
     current.exporter = sender.exporter;
     current.exporter.port = static_cast<uint16_t>(current.senderPort);
     current.receivedMs = receivedMs;
+    // A host that runs the loop from inside a handler may have another socket's datagram handled there.
+    const CDatagramInfo* pOuter = pSession->m_pCurrentDatagram;
     pSession->m_pCurrentDatagram = &current;
 
     if (!sender.allowed) {
@@ -465,7 +463,7 @@ void CNetFlowSocket::Dispatch(Receiver& receiver, int index, int64_t receivedMs)
         }
     }
     pSession->OnDatagramHandled();
-    pSession->m_pCurrentDatagram = nullptr;
+    pSession->m_pCurrentDatagram = pOuter;
     receiver.Prepare(index);
 }
 
@@ -501,11 +499,15 @@ EDatagramOutcome CNetFlowSocket::OnReceive(const CByteArray& datagram, const CSt
 
 EDatagramOutcome CNetFlowSocket::WriteTraceFile(const CByteArray& datagram) {
     CNetFlowSession::Statistics& statistics = m_pSession->m_statistics;
-    s_nTraceFileCounter = s_nTraceFileCounter >= 0x7FFFFFFF ? 0 : s_nTraceFileCounter + 1;
+    int number = s_nTraceFileCounter.load();
+    int next = 0;
+    do
+        next = number >= 0x7FFFFFFF ? 0 : number + 1;
+    while (!s_nTraceFileCounter.compare_exchange_weak(number, next));
     // The directory is part of the format string: a '%' in it is a conversion. Intended.
     CString path;
     try {
-        path = tpnf::FormatText(CUtility::GetPduTraceDir() + L"nf_trace_%d.nfdmp", s_nTraceFileCounter);
+        path = tpnf::FormatText(CUtility::GetPduTraceDir() + L"nf_trace_%d.nfdmp", next);
     } catch (const std::exception&) {
         ++statistics.traceFailures; // a directory that is no valid format names no file
         return EDatagramOutcome::TraceFailure;

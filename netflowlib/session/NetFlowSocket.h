@@ -4,6 +4,7 @@
 #include <asio/ip/address.hpp>
 #include <asio/ip/udp.hpp>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -70,9 +71,10 @@ public:
     // Datagrams handled per readiness at most, so that timers and messages of the loop are not starved.
     static constexpr int kDrainLimit = 64;
 
-    // The process-wide trace-file number, last one used; 0 before the first file.
-    static int GetTraceFileCounter() { return s_nTraceFileCounter; }
-    static void SetTraceFileCounter(int value) { s_nTraceFileCounter = value; }
+    // The process-wide trace-file number, last one used; 0 before the first file. Sessions on several
+    // threads draw distinct numbers from it.
+    static int GetTraceFileCounter() { return s_nTraceFileCounter.load(); }
+    static void SetTraceFileCounter(int value) { s_nTraceFileCounter.store(value); }
 
 protected:
     CNetFlowSession* m_pSession;
@@ -99,5 +101,5 @@ private:
     std::vector<Listener> m_listeners;
     std::string m_failedAddress;
 
-    static int s_nTraceFileCounter;
+    static std::atomic<int> s_nTraceFileCounter;
 };

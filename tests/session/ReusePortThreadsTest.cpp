@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <map>
@@ -17,10 +18,13 @@
 #include <thread>
 #include <vector>
 
+#include "corelib/Utility.h"
 #include "session/ReceiveTestSupport.h"
 #include "session/SessionTestSupport.h"
+#include "util/TextConvert.h"
 
 using namespace tpnf::test;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -32,7 +36,8 @@ class Worker {
 public:
     // Starts the thread; the session listens on 127.0.0.1:port with SO_REUSEPORT (port 0: the system's
     // choice, see Port()).
-    explicit Worker(UINT port, std::atomic<uint64_t>& handled) : m_handled(handled) {
+    Worker(UINT port, std::atomic<uint64_t>& handled, bool trace = false)
+        : m_handled(handled), m_trace(trace) {
         std::promise<UINT> bound;
         std::future<UINT> boundPort = bound.get_future();
         m_thread = std::thread([this, port, promise = std::move(bound)]() mutable { Run(port, promise); });
@@ -61,6 +66,7 @@ private:
         asio::io_context loop;
         Session session;
         session.SetReusePort(true);
+        session.SetTraceMode(m_trace ? TRUE : FALSE);
         session.SetListenAddresses({asio::ip::make_address("127.0.0.1")});
         session.onDatagram = [&] {
             const CDatagramInfo* current = session.GetDatagramInfo();
@@ -88,12 +94,31 @@ private:
     }
 
     std::atomic<uint64_t>& m_handled;
+    const bool m_trace;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
     UINT m_port = 0;
     Arrivals m_arrivals;
     CNetFlowSession::Statistics m_statistics;
 };
+
+// Sends `rounds` rounds of one datagram from each of `senders` sockets, the flow sequence being the
+// round, each round waiting until the workers have taken it, so that no receive buffer overflows however
+// slowly a (sanitized) worker runs.
+void SendRounds(UINT port, int senderCount, uint32_t rounds, const std::atomic<uint64_t>& handled) {
+    std::vector<std::unique_ptr<UdpSender>> senders;
+    for (int i = 0; i < senderCount; ++i)
+        senders.push_back(std::make_unique<UdpSender>());
+    for (uint32_t round = 0; round < rounds; ++round) {
+        for (auto& sender : senders)
+            sender->Send(port, V5Datagram(round));
+        const uint64_t wanted = uint64_t(round + 1) * static_cast<uint64_t>(senderCount);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (handled < wanted && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        ASSERT_EQ(handled.load(), wanted) << "round " << round;
+    }
+}
 
 } // namespace
 
@@ -107,20 +132,7 @@ TEST(ReusePortThreadsTest, TwoWorkersOnOnePortGetEachDatagramOnceAndEachSenderIn
     ASSERT_EQ(second.Port(), first.Port()) << "the second worker could not share the port";
     const UINT port = first.Port();
 
-    std::vector<std::unique_ptr<UdpSender>> senders;
-    for (int i = 0; i < kSenders; ++i)
-        senders.push_back(std::make_unique<UdpSender>());
-    // Round by round, each round waiting until the workers have taken it, so that no receive buffer
-    // overflows however slowly a (sanitized) worker runs.
-    for (uint32_t round = 0; round < kRounds; ++round) {
-        for (auto& sender : senders)
-            sender->Send(port, V5Datagram(round));
-        const uint64_t wanted = uint64_t(round + 1) * kSenders;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (handled < wanted && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-        ASSERT_EQ(handled.load(), wanted) << "round " << round;
-    }
+    SendRounds(port, kSenders, kRounds, handled);
     first.Join();
     second.Join();
 
@@ -155,4 +167,34 @@ TEST(ReusePortThreadsTest, WithoutPortSharingASecondSessionCannotBindThePort) {
     sharing.SetReusePort(true);
     EXPECT_FALSE(sharing.Init(loop, nullptr, session.GetLocalPort(), L""));
     session.Stop();
+}
+
+TEST(ReusePortThreadsTest, WorkersInTraceModeNumberTheirFilesWithoutCollision) {
+    char pattern[] = "/tmp/tpnf_workers_trace_XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    CUtility::SetPduTraceDir(tpnf::FromUtf8(std::string(pattern) + "/"));
+    CNetFlowSocket::SetTraceFileCounter(3000);
+    constexpr int kSenders = 16;
+    constexpr uint32_t kRounds = 50;
+    std::atomic<uint64_t> handled{0};
+    Worker first(0, handled, true);
+    ASSERT_NE(first.Port(), 0u);
+    Worker second(first.Port(), handled, true);
+    ASSERT_EQ(second.Port(), first.Port());
+    SendRounds(first.Port(), kSenders, kRounds, handled);
+    first.Join();
+    second.Join();
+
+    const uint64_t total = uint64_t(kSenders) * kRounds;
+    EXPECT_EQ(first.GetStatistics().traced + second.GetStatistics().traced, total);
+    EXPECT_EQ(CNetFlowSocket::GetTraceFileCounter(), 3000 + static_cast<int>(total));
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(pattern))
+        names.insert(entry.path().filename().string());
+    EXPECT_EQ(names.size(), total);
+    for (uint64_t n = 3001; n <= 3000 + total; ++n)
+        EXPECT_EQ(names.count("nf_trace_" + std::to_string(n) + ".nfdmp"), 1u) << n;
+    CUtility::SetPduTraceDir(L"");
+    std::error_code ignored;
+    fs::remove_all(pattern, ignored);
 }

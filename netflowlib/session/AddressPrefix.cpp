@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <initializer_list>
 
 namespace {
 
@@ -40,24 +41,29 @@ void ClearBitsFrom(std::array<uint8_t, 16>& bytes, int bits) {
     }
 }
 
+// Sets `error` to "'<text>' is not an address prefix: " and the reason's pieces; returns false.
+bool Refuse(std::string& error, std::string_view text, std::initializer_list<std::string_view> reason) {
+    std::string message;
+    message += '\'';
+    message += text;
+    message += "' is not an address prefix: ";
+    for (std::string_view piece : reason)
+        message += piece;
+    error = std::move(message);
+    return false;
+}
+
 } // namespace
 
 bool CAddressPrefix::Parse(std::string_view text, CAddressPrefix& prefix, std::string& error) {
-    const std::string quoted = "'" + std::string(text) + "'";
     const size_t slash = text.find('/');
     const std::string_view addressText = text.substr(0, slash);
-    if (addressText.empty()) {
-        error = quoted + " is not an address prefix: the address is missing (write e.g. 10.0.0.0/8 or "
-                         "2001:db8::/32)";
-        return false;
-    }
+    if (addressText.empty())
+        return Refuse(error, text, {"the address is missing (write e.g. 10.0.0.0/8 or 2001:db8::/32)"});
     std::error_code parseError;
     const asio::ip::address address = asio::ip::make_address(std::string(addressText), parseError);
-    if (parseError || addressText.find('%') != std::string_view::npos) {
-        error = quoted + " is not an address prefix: '" + std::string(addressText) +
-                "' is not an IPv4 or IPv6 address";
-        return false;
-    }
+    if (parseError || addressText.find('%') != std::string_view::npos)
+        return Refuse(error, text, {"'", addressText, "' is not an IPv4 or IPv6 address"});
     const int familyBits = address.is_v4() ? 32 : 128;
     int length = familyBits;
     if (slash != std::string_view::npos) {
@@ -65,12 +71,10 @@ bool CAddressPrefix::Parse(std::string_view text, CAddressPrefix& prefix, std::s
         const char* end = lengthText.data() + lengthText.size();
         const auto [stop, fault] = std::from_chars(lengthText.data(), end, length);
         if (lengthText.empty() || fault != std::errc() || stop != end || lengthText[0] == '+' ||
-            lengthText[0] == '-' || length < 0 || length > familyBits) {
-            error = quoted +
-                    " is not an address prefix: the length after '/' must be a whole number from 0 to " +
-                    std::to_string(familyBits);
-            return false;
-        }
+            lengthText[0] == '-' || length < 0 || length > familyBits)
+            return Refuse(
+                error, text,
+                {"the length after '/' must be a whole number from 0 to ", address.is_v4() ? "32" : "128"});
     }
 
     CAddressPrefix parsed;
@@ -90,11 +94,10 @@ bool CAddressPrefix::Parse(std::string_view text, CAddressPrefix& prefix, std::s
     }
     CAddressPrefix masked = parsed;
     ClearBitsFrom(masked.m_bytes, masked.m_bits);
-    if (masked.m_bytes != parsed.m_bytes) {
-        error = quoted + " is not an address prefix: the address has bits set beyond the first " +
-                std::to_string(length) + " bits (did you mean " + masked.ToString() + "?)";
-        return false;
-    }
+    if (masked.m_bytes != parsed.m_bytes)
+        return Refuse(error, text,
+                      {"the address has bits set beyond the first ", std::to_string(length),
+                       " bits (did you mean ", masked.ToString(), "?)"});
     prefix = parsed;
     return true;
 }

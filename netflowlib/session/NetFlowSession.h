@@ -36,8 +36,8 @@ class CNetFlowDatabase;
 // IPv6), whether its port may be shared with sessions on other threads (SetReusePort); and at any time
 // which senders it accepts (SetAllowList) and how it decodes (SetDecodeOptions). Without these calls the
 // session listens on every IPv4 address, accepts every sender and decodes every datagram as
-// Decode(CByteArray) does. Sessions on different threads, each with its own loop, are independent of each
-// other.
+// Decode(CByteArray) does. Sessions on different threads, each with its own loop, share only process-wide
+// state: the trace-file number (drawn atomically) and the NetFlow v9 template store (see its header).
 class CNetFlowSession : public CWnd {
 public:
     // What the socket did with the datagrams of this session, counted on the loop thread. Not reset by

@@ -43,8 +43,11 @@ BOOL CNetFlowSession::Init(asio::io_context& loop, CWnd* pOwner, UINT nPort, con
     if (m_pSocket == nullptr)
         m_pSocket = new CNetFlowSocket(this);
     m_socketError.clear();
-    BOOL created = m_pSocket->Create(loop, nPort, m_socketError);
+    m_socketErrorAddress.clear();
+    BOOL created =
+        m_pSocket->Create(loop, nPort, CListenSettings{m_listenAddresses, m_bReusePort}, m_socketError);
     if (!created) {
+        m_socketErrorAddress = m_pSocket->GetFailedAddress();
         delete m_pSocket;
         m_pSocket = nullptr;
     } else {
@@ -77,6 +80,7 @@ void CNetFlowSession::CreateDatabaseThread() {
 void CNetFlowSession::Stop() {
     if (m_pSocket == nullptr)
         return;
+    m_pSocket->UpdateLost();
     m_pSocket->ShutDownSend();
     m_pSocket->Close();
     delete m_pSocket;
@@ -143,6 +147,17 @@ void CNetFlowSession::GetPackets(CArray<CTPAbstractPacket*, CTPAbstractPacket*>&
 void CNetFlowSession::ReportError(const CString&, UINT) {
     if (m_pOwner != nullptr)
         m_pOwner->SendMessage(WM_NETFLOW_ERROR, 0, 0);
+}
+
+const CNetFlowSession::Statistics& CNetFlowSession::RefreshStatistics() {
+    if (m_pSocket != nullptr)
+        m_pSocket->UpdateLost();
+    return m_statistics;
+}
+
+void CNetFlowSession::SetAllowList(const std::vector<CAddressPrefix>& prefixes) {
+    m_allowList = prefixes;
+    ++m_allowListVersion;
 }
 
 UINT CNetFlowSession::GetLocalPort() const {

@@ -1,14 +1,19 @@
 #pragma once
 
 #include <asio/io_context.hpp>
+#include <asio/ip/address.hpp>
 
 #include <cstdint>
 #include <future>
 #include <mutex>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "packet/DecodeOptions.h"
 #include "packet/TPAbstractPacket.h"
+#include "session/AddressPrefix.h"
+#include "session/DatagramInfo.h"
 #include "session/Messages.h"
 #include "session/Wnd.h"
 #include "util/Types.h"
@@ -26,10 +31,18 @@ class CNetFlowDatabase;
 // session without owner. Call Stop while the loop can still run handlers (from a handler, or after run()
 // has returned, but not after stop() inside the current handler): Stop lets the loop run the writer's
 // goodbye before it waits for the writer thread.
+//
+// Beyond the defaults, a host may set before Init where the session listens (SetListenAddresses, IPv4 and
+// IPv6), whether its port may be shared with sessions on other threads (SetReusePort); and at any time
+// which senders it accepts (SetAllowList) and how it decodes (SetDecodeOptions). Without these calls the
+// session listens on every IPv4 address, accepts every sender and decodes every datagram as
+// Decode(CByteArray) does. Sessions on different threads, each with its own loop, share only process-wide
+// state: the trace-file number (drawn atomically) and the NetFlow v9 template store (see its header).
 class CNetFlowSession : public CWnd {
 public:
     // What the socket did with the datagrams of this session, counted on the loop thread. Not reset by
-    // Stop or Init.
+    // Stop or Init. Every datagram read counts in `datagrams` and in exactly one of the counters from
+    // `traced` to `packets` or `refused`; `lost` counts those the kernel dropped before they could be read.
     struct Statistics {
         uint64_t datagrams = 0;      // datagrams received
         uint64_t traced = 0;         // written to trace files
@@ -38,6 +51,10 @@ public:
         uint64_t decodeFailures = 0; // Decode returned 0 (the owner got WM_NETFLOW_ERROR)
         uint64_t malformed = 0;      // an exception left the decoding; the datagram was dropped
         uint64_t packets = 0;        // decoded and listed
+        // Dropped by the kernel because the receive buffer was full: as of the last datagram read, of
+        // RefreshStatistics, or of Stop, whichever came last.
+        uint64_t lost = 0;
+        uint64_t refused = 0; // the sender was not on the allowlist: not decoded, traced or stored
     };
 
     CNetFlowSession() = default;
@@ -59,14 +76,42 @@ public:
     // Why the last Init could not create the socket; empty after a successful one.
     const std::error_code& GetSocketError() const { return m_socketError; }
     const Statistics& GetStatistics() const { return m_statistics; }
-    // The datagram being handled, while it is (inside AddPacket's notification of the owner and inside
-    // OnDatagramHandled); null otherwise.
-    const CByteArray* GetCurrentDatagram() const { return m_pCurrentDatagram; }
+    // Asks the kernel how many datagrams it dropped on the session's sockets up to now, then returns the
+    // statistics. Stop does the same before it closes the sockets.
+    const Statistics& RefreshStatistics();
+
+    // Listen addresses for the next Init, IPv4 or IPv6, one socket each, all on Init's port. Empty (the
+    // default): every IPv4 address. "::" is dual stack (IPv4 senders then appear as their dotted IPv4
+    // text) unless an IPv4 address is listed as well.
+    void SetListenAddresses(const std::vector<asio::ip::address>& addresses) {
+        m_listenAddresses = addresses;
+    }
+    const std::vector<asio::ip::address>& GetListenAddresses() const { return m_listenAddresses; }
+    // SO_REUSEPORT for the next Init: several sessions, each run by its own thread and loop, may then
+    // listen on the same addresses and port, and the kernel keeps each sender on one of them, so that
+    // each sender's datagrams stay in order. Off by default.
+    void SetReusePort(bool reusePort) { m_bReusePort = reusePort; }
+    bool GetReusePort() const { return m_bReusePort; }
+    // The address whose socket the last Init could not open or bind; empty when none failed.
+    const std::string& GetSocketErrorAddress() const { return m_socketErrorAddress; }
+
+    // Senders whose datagrams are handled; others are counted as refused and otherwise dropped. Empty
+    // (the default): every sender. Takes effect from the next datagram; call on the loop's thread.
+    void SetAllowList(const std::vector<CAddressPrefix>& prefixes);
+    const std::vector<CAddressPrefix>& GetAllowList() const { return m_allowList; }
 
     // How the packets this session creates decode, from the next datagram on. The default options decode
     // exactly as Decode(CByteArray) does. Call on the loop's thread.
     void SetDecodeOptions(const CDecodeOptions& options) { m_decodeOptions = options; }
     const CDecodeOptions& GetDecodeOptions() const { return m_decodeOptions; }
+
+    // The datagram being handled, while it is (inside AddPacket's notification of the owner and inside
+    // OnDatagramHandled); null otherwise.
+    const CByteArray* GetCurrentDatagram() const {
+        return m_pCurrentDatagram != nullptr ? m_pCurrentDatagram->datagram : nullptr;
+    }
+    // The same datagram with its sender, arrival time and, inside OnDatagramHandled, its outcome.
+    const CDatagramInfo* GetDatagramInfo() const { return m_pCurrentDatagram; }
 
 protected:
     friend class CNetFlowSocket;
@@ -94,7 +139,12 @@ private:
     void PumpUntilWriterExits();
 
     std::error_code m_socketError;
-    CDecodeOptions m_decodeOptions;
+    std::string m_socketErrorAddress;
     Statistics m_statistics;
-    const CByteArray* m_pCurrentDatagram = nullptr;
+    std::vector<asio::ip::address> m_listenAddresses;
+    bool m_bReusePort = false;
+    std::vector<CAddressPrefix> m_allowList;
+    uint64_t m_allowListVersion = 0; // tells the socket's sender cache that the list changed
+    CDecodeOptions m_decodeOptions;
+    const CDatagramInfo* m_pCurrentDatagram = nullptr;
 };

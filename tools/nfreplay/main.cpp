@@ -53,17 +53,28 @@ std::vector<fs::path> TraceFilesIn(const fs::path& dir) {
     return files;
 }
 
-bool Resolve(const std::string& host, int port, sockaddr_in& to) {
-    addrinfo hints{};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_DGRAM;
-    addrinfo* found = nullptr;
-    if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr)
-        return false;
-    to = *reinterpret_cast<sockaddr_in*>(found->ai_addr);
-    to.sin_port = htons(static_cast<uint16_t>(port));
-    freeaddrinfo(found);
-    return true;
+// The destination address: a host name or an IPv4 address as before, else an IPv6 address (brackets
+// allowed, as in [::1]) or a name with IPv6 addresses only.
+bool Resolve(std::string host, int port, sockaddr_storage& to, socklen_t& length) {
+    if (host.size() > 2 && host.front() == '[' && host.back() == ']')
+        host = host.substr(1, host.size() - 2);
+    for (int family : {AF_INET, AF_INET6}) {
+        addrinfo hints{};
+        hints.ai_family = family;
+        hints.ai_socktype = SOCK_DGRAM;
+        addrinfo* found = nullptr;
+        if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr)
+            continue;
+        std::memcpy(&to, found->ai_addr, found->ai_addrlen);
+        length = found->ai_addrlen;
+        freeaddrinfo(found);
+        if (family == AF_INET)
+            reinterpret_cast<sockaddr_in&>(to).sin_port = htons(static_cast<uint16_t>(port));
+        else
+            reinterpret_cast<sockaddr_in6&>(to).sin6_port = htons(static_cast<uint16_t>(port));
+        return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -79,6 +90,7 @@ int main(int argc, char** argv) {
     double rate = 1000;
     uint64_t count = 0;
     int batch = 32;
+    int sources = 1;
     bool quiet = false;
     std::vector<std::string> samples;
     std::string sampleDir;
@@ -91,7 +103,7 @@ int main(int argc, char** argv) {
     app.add_option("--write-samples", sampleDir,
                    "write the built-in samples to v5_30.bin, v9_t16x20.bin, sflow5_8.bin in this\n"
                    "directory and send nothing");
-    app.add_option("--host", host, "destination host name or IPv4 address")->capture_default_str();
+    app.add_option("--host", host, "destination host name, IPv4 or IPv6 address")->capture_default_str();
     app.add_option("-p,--port", port, "destination UDP port")
         ->capture_default_str()
         ->check(CLI::Range(1, 65535));
@@ -104,6 +116,11 @@ int main(int argc, char** argv) {
     app.add_option("--batch", batch, "datagrams per sendmmsg call")
         ->capture_default_str()
         ->check(CLI::Range(1, 1024));
+    app.add_option("--sources", sources,
+                   "send from this many sockets, each with its own source port, one sendmmsg batch\n"
+                   "after the other in turn: that many exporters to the receiver")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 4096));
     app.add_flag("-q,--quiet", quiet, "no progress lines on stderr");
     tpnf::tools::UseToolErrors(app, "nfreplay");
     if (int exitCode = 0; !tpnf::tools::Parse(app, argc, argv, exitCode))
@@ -161,24 +178,30 @@ int main(int argc, char** argv) {
     if (count == 0)
         count = payloads.size();
 
-    sockaddr_in to{};
-    if (!Resolve(host, port, to)) {
+    sockaddr_storage to{};
+    socklen_t toLength = 0;
+    if (!Resolve(host, port, to, toLength)) {
         std::fprintf(stderr, "nfreplay: cannot resolve %s\n", host.c_str());
         return 1;
     }
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) {
-        std::fprintf(stderr, "nfreplay: cannot open a UDP socket to %s:%d: %s\n", host.c_str(), port,
-                     std::strerror(errno));
-        return 1;
+    std::vector<int> fds;
+    for (int i = 0; i < sources; ++i) {
+        int fd = socket(to.ss_family, SOCK_DGRAM, 0);
+        if (fd < 0 || connect(fd, reinterpret_cast<sockaddr*>(&to), toLength) != 0) {
+            std::fprintf(stderr, "nfreplay: cannot open a UDP socket to %s:%d: %s\n", host.c_str(), port,
+                         std::strerror(errno));
+            return 1;
+        }
+        int sendBuffer = 8 << 20;
+        setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
+        fds.push_back(fd);
     }
-    int sendBuffer = 8 << 20;
-    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
 
     std::vector<iovec> iov(static_cast<size_t>(batch));
     std::vector<mmsghdr> messages(static_cast<size_t>(batch));
     uint64_t attempted = 0, sent = 0, failed = 0, bytes = 0;
     size_t next = 0;
+    size_t source = 0;
     const auto start = std::chrono::steady_clock::now();
     auto nextReport = start + std::chrono::seconds(1);
     while (attempted < count) {
@@ -192,7 +215,7 @@ int main(int argc, char** argv) {
             messages[static_cast<size_t>(i)].msg_hdr.msg_iov = &iov[static_cast<size_t>(i)];
             messages[static_cast<size_t>(i)].msg_hdr.msg_iovlen = 1;
         }
-        int done = sendmmsg(fd, messages.data(), static_cast<unsigned>(n), 0);
+        int done = sendmmsg(fds[source], messages.data(), static_cast<unsigned>(n), 0);
         if (done < 0) {
             if (errno == ENOBUFS || errno == EAGAIN || errno == EINTR) {
                 std::this_thread::sleep_for(std::chrono::microseconds(100)); // send queue full: try again
@@ -208,6 +231,7 @@ int main(int argc, char** argv) {
         }
         attempted += static_cast<uint64_t>(done);
         next = (next + static_cast<size_t>(done)) % payloads.size();
+        source = (source + 1) % fds.size();
         const auto now = std::chrono::steady_clock::now();
         if (rate > 0) {
             const auto due =
@@ -223,7 +247,8 @@ int main(int argc, char** argv) {
         }
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    close(fd);
+    for (int fd : fds)
+        close(fd);
     std::printf("sent=%llu failed=%llu bytes=%llu seconds=%.3f rate=%.0f\n",
                 static_cast<unsigned long long>(sent), static_cast<unsigned long long>(failed),
                 static_cast<unsigned long long>(bytes), seconds,

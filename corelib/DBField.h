@@ -25,6 +25,7 @@ public:
 
 private:
     friend class CODBCRecordset;
+    friend struct CRecordsetColumn;
     enum class Kind : uint8_t { Null, Integer, Text };
 
     void SetInteger(int64_t value);

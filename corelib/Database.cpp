@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -50,14 +49,12 @@ BOOL CDatabase::OpenEx(const CString& connect) {
     rc = SQLGetInfo(dbc, SQL_DATA_SOURCE_READ_ONLY, readOnly, sizeof readOnly, nullptr);
     m_bCanUpdate = !SQL_SUCCEEDED(rc) || readOnly[0] != 'Y';
 
-    // PostgreSQL 10 and later expand several arrays in one select list side by side, which turns a
-    // whole batch of rows into one parameter per column.
     char dbms[64] = "";
     char version[64] = "";
-    m_bArrayInsert = SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_NAME, dbms, sizeof dbms, nullptr)) &&
-                     std::string_view(dbms) == "PostgreSQL" &&
-                     SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_VER, version, sizeof version, nullptr)) &&
-                     std::atoi(version) >= 10;
+    if (SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_NAME, dbms, sizeof dbms, nullptr)))
+        m_strDBMSName = tpnf::FromUtf8(dbms);
+    if (SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_VER, version, sizeof version, nullptr)))
+        m_nDBMSVersion = std::atoi(version);
     return TRUE;
 }
 
@@ -80,7 +77,8 @@ void CDatabase::Close() {
     }
     m_bCanTransact = FALSE;
     m_bCanUpdate = FALSE;
-    m_bArrayInsert = FALSE;
+    m_strDBMSName.clear();
+    m_nDBMSVersion = 0;
 }
 
 BOOL CDatabase::BeginTrans() {

@@ -34,6 +34,9 @@ public:
     BOOL CanTransact() const { return m_bCanTransact; }
     // FALSE when the data source says it is read-only.
     BOOL CanUpdate() const { return m_bCanUpdate; }
+    // The database product as the driver names it ("SQLite", "PostgreSQL") and its major version.
+    const CString& GetDBMSName() const { return m_strDBMSName; }
+    int GetDBMSVersion() const { return m_nDBMSVersion; }
 
     BOOL BeginTrans();
     BOOL CommitTrans();
@@ -43,6 +46,7 @@ public:
 
 private:
     friend class CODBCRecordset;
+    friend class CRowInserter;
     friend class CTypeInfo;
 
     // Allocates a statement handle; throws when the connection is closed or allocation fails.
@@ -68,7 +72,8 @@ private:
     void* m_hDbc = nullptr;
     BOOL m_bCanTransact = FALSE;
     BOOL m_bCanUpdate = FALSE;
-    BOOL m_bArrayInsert = FALSE; // added rows are written as one array per column
+    CString m_strDBMSName;
+    int m_nDBMSVersion = 0;
     std::vector<CODBCRecordset*> m_Recordsets;
     std::future<void> m_write;
     std::exception_ptr m_writeFailure;

@@ -77,6 +77,7 @@ void CDatabase::Close() {
     }
     m_bCanTransact = FALSE;
     m_bCanUpdate = FALSE;
+    m_bExplicitTrans = false; // the disconnect ended it
     m_strDBMSName.clear();
     m_nDBMSVersion = 0;
 }
@@ -94,10 +95,29 @@ BOOL CDatabase::BeginTrans() {
     return TRUE;
 }
 
+BOOL CDatabase::BeginWriteTrans() {
+    if (!IsOpen())
+        throw CDBException(CDBException::errorNotOpen, L"The database is not open\n");
+    if (!m_bCanTransact)
+        return FALSE;
+    if (m_strDBMSName != L"SQLite")
+        return BeginTrans();
+    // The SQLite driver begins its own transactions deferred; this one is begun by hand, with the
+    // driver left in autocommit so that it issues no BEGIN or COMMIT of its own.
+    ExecuteSQL(L"BEGIN IMMEDIATE");
+    m_bExplicitTrans = true;
+    return TRUE;
+}
+
 // Unlike Rollback, a failed commit throws: the caller must learn that its rows are not stored.
 BOOL CDatabase::CommitTrans() {
     if (!IsOpen())
         throw CDBException(CDBException::errorNotOpen, L"The database is not open\n");
+    if (m_bExplicitTrans) {
+        ExecuteSQL(L"COMMIT"); // writes what is buffered first
+        m_bExplicitTrans = false;
+        return TRUE;
+    }
     FlushRecordsets();
     SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_COMMIT);
     if (!SQL_SUCCEEDED(rc))
@@ -115,6 +135,15 @@ BOOL CDatabase::Rollback() {
     ForgetWrite(); // the rolled-back rows need no report
     for (CODBCRecordset* recordset : m_Recordsets)
         recordset->DiscardPending();
+    if (m_bExplicitTrans) {
+        m_bExplicitTrans = false;
+        try {
+            ExecuteSQL(L"ROLLBACK");
+        } catch (const CDBException&) {
+            return FALSE;
+        }
+        return TRUE;
+    }
     SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_ROLLBACK);
     SQLRETURN autocommit = SQLSetConnectAttr(
         m_hDbc, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), SQL_IS_UINTEGER);

@@ -39,6 +39,11 @@ public:
     int GetDBMSVersion() const { return m_nDBMSVersion; }
 
     BOOL BeginTrans();
+    // Begins a transaction that keeps every other writer of the database waiting from its start, for a
+    // read-modify-write across connections. SQLite: BEGIN IMMEDIATE, which waits up to the data
+    // source's busy timeout for the write lock. Elsewhere an ordinary transaction: lock what you read
+    // with "select ... for update". Ended by CommitTrans or Rollback like any other.
+    BOOL BeginWriteTrans();
     BOOL CommitTrans();
     BOOL Rollback();
 
@@ -72,6 +77,7 @@ private:
     void* m_hDbc = nullptr;
     BOOL m_bCanTransact = FALSE;
     BOOL m_bCanUpdate = FALSE;
+    bool m_bExplicitTrans = false; // begun by a statement (autocommit stays on): ended by one too
     CString m_strDBMSName;
     int m_nDBMSVersion = 0;
     std::vector<CODBCRecordset*> m_Recordsets;

@@ -64,6 +64,9 @@ struct CODBCRecordset::Impl {
     }
 
     size_t FindColumn(std::wstring_view name) const {
+        for (size_t c = 0; c < columns.size(); ++c) // names as the table spells them: the usual case
+            if (columns[c].name == name)
+                return c;
         for (size_t c = 0; c < columns.size(); ++c)
             if (CSelectScanner::SameName(columns[c].name, name))
                 return c;

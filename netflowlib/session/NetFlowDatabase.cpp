@@ -233,7 +233,7 @@ int CNetFlowDatabase::WritePackets() {
         m_Batch.swap(m_Packets); // the emptied batch storage takes the next packets
         m_nWriting = m_Batch.size();
     }
-    const int result = m_bSharedRecordIds ? WriteBatchWithSharedIds(m_Batch) : WriteBatch(m_Batch);
+    const int result = WriteBatch(m_Batch);
     {
         std::lock_guard<std::mutex> intake(m_IntakeLock);
         if (result == 0) // kept, in front of what arrived meanwhile
@@ -244,15 +244,28 @@ int CNetFlowDatabase::WritePackets() {
     return result;
 }
 
+// The default ids: read in a transaction of their own before the rows and stored in another after them.
+// Shared ids: read, locked and advanced inside the rows' transaction.
 int CNetFlowDatabase::WriteBatch(const PacketArray& batch) {
-    int recordId = AccessRecordId(-1);
-    if (recordId == -1)
-        return 0;
+    const bool shared = m_bSharedRecordIds;
     const BOOL canTransact = m_Database.CanTransact();
+    int recordId = -1;
+    if (shared && !canTransact) {
+        m_strLastError = L"Shared record ids need a data source with transactions";
+        m_bStatusOK = FALSE;
+        return 0;
+    }
+    if (!shared) {
+        recordId = AccessRecordId(-1);
+        if (recordId == -1)
+            return 0;
+    }
     CODBCRecordset records(&m_Database);
     CODBCRecordset attributes(&m_Database);
     try {
-        if (canTransact)
+        if (shared)
+            recordId = TakeSharedRecordId();
+        else if (canTransact)
             m_Database.BeginTrans();
         records.Open(SelectAll(RECORDS_TABLE));
         attributes.Open(SelectAll(ATTRIBUTES_TABLE));
@@ -269,9 +282,13 @@ int CNetFlowDatabase::WriteBatch(const PacketArray& batch) {
             packet->PrepareSQL(recordId, records, attributes);
         records.Close();
         attributes.Close();
+        if (shared)
+            m_Database.ExecuteSQL(
+                tpnf::FormatText(L"update %s set %s = %d", RECORD_ID_TABLE, RECORD_ID, recordId));
         if (canTransact)
             m_Database.CommitTrans();
-        AccessRecordId(recordId);
+        if (!shared)
+            AccessRecordId(recordId);
         m_bStatusOK = TRUE;
         return 1;
     } catch (const CDBException& e) {
@@ -300,56 +317,20 @@ int CNetFlowDatabase::LockRecordId() {
     return recordId;
 }
 
-int CNetFlowDatabase::WriteBatchWithSharedIds(const PacketArray& batch) {
-    if (!m_Database.CanTransact()) {
-        m_strLastError = L"Shared record ids need a data source with transactions";
-        m_bStatusOK = FALSE;
-        return 0;
-    }
-    CODBCRecordset records(&m_Database);
-    CODBCRecordset attributes(&m_Database);
-    try {
-        int recordId = LockRecordId();
-        if (recordId == -1) {
-            // A fresh database: the id row is made apart, so that writers starting together do not fail
-            // on its key; whoever is first makes it.
-            m_Database.Rollback();
-            try {
-                m_Database.ExecuteSQL(
-                    tpnf::FormatText(L"insert into %s (%s) values (0)", RECORD_ID_TABLE, RECORD_ID));
-            } catch (const CDBException&) {
-            }
-            recordId = LockRecordId();
-            if (recordId == -1)
-                throw CDBException(CDBException::errorNoCurrentRecord, L"No record id row\n");
-        }
-        records.Open(SelectAll(RECORDS_TABLE));
-        attributes.Open(SelectAll(ATTRIBUTES_TABLE));
-        if (!records.CanAppend() || !attributes.CanAppend()) {
-            m_strLastError = L"Failed to write to the database";
-            m_bStatusOK = FALSE;
-            records.Close();
-            attributes.Close();
-            m_Database.Rollback();
-            return 0;
-        }
-        for (CTPAbstractPacket* packet : batch)
-            packet->PrepareSQL(recordId, records, attributes);
-        records.Close();
-        attributes.Close();
-        m_Database.ExecuteSQL(
-            tpnf::FormatText(L"update %s set %s = %d", RECORD_ID_TABLE, RECORD_ID, recordId));
-        m_Database.CommitTrans();
-        m_bStatusOK = TRUE;
-        return 1;
-    } catch (const CDBException& e) {
-        m_strLastError = e.m_strError;
-    } catch (const std::exception&) {
-        m_strLastError = L"Failed to execute query";
-    }
-    m_bStatusOK = FALSE;
-    CloseQuietly(records);
-    CloseQuietly(attributes);
+int CNetFlowDatabase::TakeSharedRecordId() {
+    int recordId = LockRecordId();
+    if (recordId != -1)
+        return recordId;
+    // A fresh database: the id row is made apart, so that writers starting together do not fail on its
+    // key; whoever is first makes it.
     m_Database.Rollback();
-    return 0;
+    try {
+        m_Database.ExecuteSQL(
+            tpnf::FormatText(L"insert into %s (%s) values (0)", RECORD_ID_TABLE, RECORD_ID));
+    } catch (const CDBException&) {
+    }
+    recordId = LockRecordId();
+    if (recordId == -1)
+        throw CDBException(CDBException::errorNoCurrentRecord, L"No record id row\n");
+    return recordId;
 }

@@ -91,9 +91,10 @@ private:
 
     // Stores the batch taken from the queue: 1, or 0 with the failure recorded.
     int WriteBatch(const PacketArray& batch);
-    int WriteBatchWithSharedIds(const PacketArray& batch);
     // Begins a write transaction holding the id row and returns the next free id; -1 when there is no row.
     int LockRecordId();
+    // LockRecordId, making the id row first on a fresh database; throws when there is still none.
+    int TakeSharedRecordId();
 
     std::mutex m_IntakeLock; // guards m_Packets and m_nWriting
     PacketArray m_Batch;     // the write in progress; its storage is kept for the next one

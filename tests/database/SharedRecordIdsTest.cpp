@@ -77,8 +77,11 @@ private:
 
 class SharedRecordIdsTest : public DataSourceTest {
 protected:
-    // SQLite writers wait for each other's write lock far longer than the test data source's 2 s.
-    CString WriterSource() { return IsSQLite() ? Source().Name() + L";Timeout=60000" : Source().Name(); }
+    // SQLite writers wait for each other's write lock far longer than the test data source's 2 s, and
+    // keep the collector's journal.
+    CString WriterSource() {
+        return IsSQLite() ? Source().Name() + L";Timeout=60000;JournalMode=WAL" : Source().Name();
+    }
 
     // Two writers on their own connections and threads write one packet each at the same moment.
     // Returns each writer's health after its write. Without shared ids the SQLite writers keep the test
@@ -220,11 +223,11 @@ TEST_P(SharedRecordIdsTest, WithSharedIdsOverlappingWritersTakeTurns) {
     EXPECT_NE(rows[0].substr(rows[0].size() - 4), rows[2].substr(rows[2].size() - 4));
 }
 
-// Four processes, each with its own connection, store 50,000 records each at once, 500 per write.
+// Four processes, each with its own connection, store 50,000 records each at once, 2,500 per write.
 TEST_P(SharedRecordIdsTest, FourProcessesStoreTwoHundredThousandDistinctIds) {
     constexpr int kWriters = 4;
-    constexpr int kWrites = 100;
-    constexpr int kPacketsPerWrite = 20;
+    constexpr int kWrites = 20;
+    constexpr int kPacketsPerWrite = 100;
     constexpr int kRecordsPerPacket = 25;
     {
         DirectWriter setup(WriterSource()); // tables made once, not raced by four creators

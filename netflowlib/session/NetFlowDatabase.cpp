@@ -89,6 +89,18 @@ size_t CNetFlowDatabase::GetQueuedCount() {
     return m_Packets.size() + m_nWriting;
 }
 
+BOOL CNetFlowDatabase::PeekStatus(CString& lastError) {
+    std::lock_guard<std::mutex> lock(m_IntakeLock);
+    lastError = m_strPublishedError;
+    return m_bPublishedOK;
+}
+
+void CNetFlowDatabase::PublishStatus() {
+    std::lock_guard<std::mutex> lock(m_IntakeLock);
+    m_bPublishedOK = m_bStatusOK;
+    m_strPublishedError = m_strLastError;
+}
+
 void CNetFlowDatabase::SetSharedRecordIds(BOOL bShared) {
     std::lock_guard<std::recursive_mutex> lock(m_Lock);
     m_bSharedRecordIds = bShared;
@@ -117,6 +129,12 @@ void CloseQuietly(CODBCRecordset& recordset) {
 
 int CNetFlowDatabase::OpenDatabase() {
     std::lock_guard<std::recursive_mutex> lock(m_Lock);
+    const int result = Connect();
+    PublishStatus();
+    return result;
+}
+
+int CNetFlowDatabase::Connect() {
     try {
         if (m_Database.IsOpen())
             m_Database.Close();
@@ -240,6 +258,8 @@ int CNetFlowDatabase::WritePackets() {
             m_Packets.insert(m_Packets.begin(), m_Batch.begin(), m_Batch.end());
         m_Batch.clear();
         m_nWriting = 0;
+        m_bPublishedOK = m_bStatusOK;
+        m_strPublishedError = m_strLastError;
     }
     return result;
 }

@@ -54,6 +54,10 @@ public:
     // Packets not yet stored: those waiting and those of the write in progress.
     size_t GetQueuedCount();
 
+    // m_bStatusOK (the result) and m_strLastError as the last open or write left them, read without waiting
+    // for a write in progress (the members themselves are read under m_Lock, which a write holds).
+    BOOL PeekStatus(CString& lastError);
+
     // Off by default. Set before the first write.
     void SetSharedRecordIds(BOOL bShared);
     BOOL GetSharedRecordIds() const { return m_bSharedRecordIds; }
@@ -89,6 +93,10 @@ private:
     int Run();
     MSG GetMessage();
 
+    // OpenDatabase's work, under m_Lock.
+    int Connect();
+    // Copies the health flag and error text for PeekStatus.
+    void PublishStatus();
     // Stores the batch taken from the queue: 1, or 0 with the failure recorded.
     int WriteBatch(const PacketArray& batch);
     // Begins a write transaction holding the id row and returns the next free id; -1 when there is no row.
@@ -96,9 +104,11 @@ private:
     // LockRecordId, making the id row first on a fresh database; throws when there is still none.
     int TakeSharedRecordId();
 
-    std::mutex m_IntakeLock; // guards m_Packets and m_nWriting
+    std::mutex m_IntakeLock; // guards m_Packets, m_nWriting and the published status
     PacketArray m_Batch;     // the write in progress; its storage is kept for the next one
     size_t m_nWriting = 0;
+    BOOL m_bPublishedOK = TRUE;
+    CString m_strPublishedError;
     BOOL m_bSharedRecordIds = FALSE;
 
     std::mutex m_queueLock;

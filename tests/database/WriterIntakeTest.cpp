@@ -143,6 +143,46 @@ TEST_P(WriterIntakeTest, FailedWriteKeepsItsPacketsInFrontOfThoseAddedMeanwhile)
     EXPECT_EQ(DumpTables(Source().ConnectString()), std::vector<std::string>{"netflow_record_id: 0"});
 }
 
+// The health flag and error text are read during a write without waiting for it (the write holds m_Lock
+// throughout), and show the write's outcome once it has ended.
+TEST_P(WriterIntakeTest, PeekStatusAnswersDuringAWriteAndShowsItsOutcomeAfterwards) {
+    class FailingGate : public GatePacket {
+    public:
+        FailingGate() : GatePacket(true) {}
+        void PrepareSQL(int& recordId, CODBCRecordset& records, CODBCRecordset& attributes) override {
+            GatePacket::PrepareSQL(recordId, records, attributes);
+            AfxThrowInvalidArgException();
+        }
+    };
+    auto writer = OpenedWriter(Source());
+    FailingGate gate;
+    writer->AddPacket(&gate);
+    std::thread writing([&] { writer->WritePackets(); });
+    ASSERT_TRUE(gate.WaitReached());
+    const bool lockFree = writer->m_Lock.try_lock();
+    if (lockFree)
+        writer->m_Lock.unlock();
+    EXPECT_FALSE(lockFree); // the write is in progress and holds it
+    CString error = L"unchanged";
+    EXPECT_TRUE(writer->PeekStatus(error));
+    EXPECT_EQ(error, L"");
+    gate.Release();
+    writing.join();
+    EXPECT_TRUE(gate.ReleasedInTime());
+    EXPECT_FALSE(writer->PeekStatus(error));
+    EXPECT_EQ(error, L"Failed to execute query");
+}
+
+TEST(WriterStatusTest, FailedOpenIsPublished) {
+    tpnf::test::SQLiteDsn(); // the ODBC configuration is in place
+    DirectWriter writer(L"tpnf_no_such_source");
+    EXPECT_EQ(writer.OpenDatabase(), 0);
+    CString error;
+    EXPECT_FALSE(writer.PeekStatus(error));
+    EXPECT_EQ(error, writer.m_strLastError);
+    EXPECT_NE(error.find(L"not found"), CString::npos) << tpnf::ToUtf8(error);
+}
+
 // AddPacket timed over many calls while a write of 100,000 rows runs on another thread; then the stored
 // tables are compared whole with those of a second database given the same packets one write at a time.
 TEST_P(WriterIntakeTest, AddPacketReturnsWithinAMillisecondWhileAHundredThousandRowsAreWritten) {

@@ -6,12 +6,14 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -30,7 +32,50 @@ using tpnf::test::DumpTables;
 using tpnf::test::ThreeFieldPacket;
 using namespace std::chrono_literals;
 
+extern char** environ;
+
 namespace {
+
+constexpr char kWriterRole[] = "TPNF_SHARED_ID_WRITER";   // the writer's number, 0 to 3
+constexpr char kWriterSource[] = "TPNF_SHARED_ID_SOURCE"; // the data source name as the writer takes it
+constexpr int kWrites = 20;
+constexpr int kPacketsPerWrite = 100;
+constexpr int kRecordsPerPacket = 25;
+
+// The writer role: 20 writes of 100 packets of 25 records with shared ids; "ok" or what went wrong.
+std::string WriteAsOneOfFour(int writer, const CString& source) {
+    try {
+        DirectWriter db(source);
+        db.SetSharedRecordIds(TRUE);
+        if (db.OpenDatabase() != 1)
+            return "open: " + tpnf::ToUtf8(db.m_strLastError);
+        std::vector<int> seeds;
+        for (int s = 1; s <= kRecordsPerPacket; ++s)
+            seeds.push_back(s);
+        auto packet = ThreeFieldPacket(static_cast<uint32_t>(100 + writer), seeds); // record_time: the writer
+        for (int n = 0; n < kWrites; ++n) {
+            for (int p = 0; p < kPacketsPerWrite; ++p)
+                db.AddPacket(packet.get());
+            if (db.WritePackets() != 1 || !db.m_bStatusOK)
+                return "write " + std::to_string(n) + ": " + tpnf::ToUtf8(db.m_strLastError);
+        }
+        return "ok";
+    } catch (const std::exception& e) {
+        return std::string("exception: ") + e.what();
+    }
+}
+
+// Started with kWriterRole set, this program is a writer and nothing else: it ends before main.
+const bool kWriterProcess = [] {
+    const char* writer = std::getenv(kWriterRole);
+    if (writer == nullptr)
+        return false;
+    const char* source = std::getenv(kWriterSource);
+    const std::string report = WriteAsOneOfFour(std::atoi(writer), tpnf::FromUtf8(source ? source : ""));
+    std::fputs(report.c_str(), stdout);
+    std::fflush(stdout);
+    std::_Exit(report == "ok" ? 0 : 1);
+}();
 
 // Two writers' first packets meet here: the first waits for the second up to a limit.
 class Meeting {
@@ -224,11 +269,10 @@ TEST_P(SharedRecordIdsTest, WithSharedIdsOverlappingWritersTakeTurns) {
 }
 
 // Four processes, each with its own connection, store 50,000 records each at once, 2,500 per write.
+// Each is this test program started again in the writer role (see WriterProcess below), so that
+// every writer is a fresh process, as separate collectors are.
 TEST_P(SharedRecordIdsTest, FourProcessesStoreTwoHundredThousandDistinctIds) {
     constexpr int kWriters = 4;
-    constexpr int kWrites = 20;
-    constexpr int kPacketsPerWrite = 100;
-    constexpr int kRecordsPerPacket = 25;
     {
         DirectWriter setup(WriterSource()); // tables made once, not raced by four creators
         ASSERT_EQ(setup.OpenDatabase(), 1);
@@ -238,39 +282,29 @@ TEST_P(SharedRecordIdsTest, FourProcessesStoreTwoHundredThousandDistinctIds) {
         int out;
     };
     std::vector<Child> children;
-    const CString source = WriterSource();
+    const std::string source = tpnf::ToUtf8(WriterSource());
     for (int w = 0; w < kWriters; ++w) {
         int fds[2];
         ASSERT_EQ(pipe(fds), 0);
-        pid_t pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            close(fds[0]);
-            std::string report = "ok";
-            try {
-                DirectWriter writer(source);
-                writer.SetSharedRecordIds(TRUE);
-                std::vector<int> seeds;
-                for (int s = 1; s <= kRecordsPerPacket; ++s)
-                    seeds.push_back(s);
-                // record_time tells the writers apart
-                auto packet = ThreeFieldPacket(static_cast<uint32_t>(100 + w), seeds);
-                if (writer.OpenDatabase() != 1)
-                    report = "open: " + tpnf::ToUtf8(writer.m_strLastError);
-                for (int n = 0; n < kWrites && report == "ok"; ++n) {
-                    for (int p = 0; p < kPacketsPerWrite; ++p)
-                        writer.AddPacket(packet.get());
-                    if (writer.WritePackets() != 1 || !writer.m_bStatusOK)
-                        report = "write " + std::to_string(n) + ": " + tpnf::ToUtf8(writer.m_strLastError);
-                }
-            } catch (const std::exception& e) {
-                report = std::string("exception: ") + e.what();
-            }
-            ssize_t ignored = write(fds[1], report.data(), report.size());
-            (void)ignored;
-            _exit(report == "ok" ? 0 : 1);
-        }
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+        posix_spawn_file_actions_addclose(&actions, fds[0]);
+        std::vector<std::string> env = {std::string(kWriterRole) + "=" + std::to_string(w),
+                                        std::string(kWriterSource) + "=" + source};
+        for (char** e = environ; *e != nullptr; ++e)
+            env.emplace_back(*e);
+        std::vector<char*> envp;
+        for (std::string& e : env)
+            envp.push_back(e.data());
+        envp.push_back(nullptr);
+        char self[] = "/proc/self/exe";
+        char* argv[] = {self, nullptr};
+        pid_t pid = 0;
+        const int spawned = posix_spawn(&pid, self, &actions, nullptr, argv, envp.data());
+        posix_spawn_file_actions_destroy(&actions);
         close(fds[1]);
+        ASSERT_EQ(spawned, 0);
         children.push_back({pid, fds[0]});
     }
     const auto deadline = std::chrono::steady_clock::now() + 100s;

@@ -351,7 +351,7 @@ namespace {
 // same rows on the same database, where both ran.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
-    RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
+    explicit RatioReporter(OutputOptions options) : ConsoleReporter(options) {}
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
@@ -390,6 +390,26 @@ private:
     std::map<std::string, double> m_medians;
 };
 
+// The console options the library's own reporter would take from the same flags.
+benchmark::ConsoleReporter::OutputOptions ConsoleOptions(int argc, char** argv) {
+    bool color = isatty(STDOUT_FILENO) != 0;
+    bool tabular = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg(argv[i]);
+        const bool on = arg.ends_with("=true") || arg.ends_with("=yes") || arg.ends_with("=1");
+        if (arg.starts_with("--benchmark_color="))
+            color = arg.ends_with("=auto") ? color : on;
+        else if (arg == "--benchmark_counters_tabular" || arg.starts_with("--benchmark_counters_tabular="))
+            tabular = arg == "--benchmark_counters_tabular" || on;
+    }
+    int options = benchmark::ConsoleReporter::OO_None;
+    if (color)
+        options |= benchmark::ConsoleReporter::OO_Color;
+    if (tabular)
+        options |= benchmark::ConsoleReporter::OO_Tabular;
+    return static_cast<benchmark::ConsoleReporter::OutputOptions>(options);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -397,11 +417,12 @@ int main(int argc, char** argv) {
     bool plain = true;
     for (int i = 1; i < argc; ++i)
         plain = plain && std::string_view(argv[i]).rfind("--benchmark_format=", 0) != 0;
+    const benchmark::ConsoleReporter::OutputOptions options = ConsoleOptions(argc, argv);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
     if (plain) {
-        RatioReporter reporter;
+        RatioReporter reporter(options);
         benchmark::RunSpecifiedBenchmarks(&reporter);
     } else {
         benchmark::RunSpecifiedBenchmarks();

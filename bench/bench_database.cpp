@@ -2,6 +2,12 @@
 // writer's WritePackets in one write, against the same rows bulk-loaded by the database's own tool
 // (sqlite3 .import, psql \copy) into the same kind of database on the same machine.
 //
+// The Sample cases do the same with the rows nfcollect stores for nfreplay's v9 sample (5,000 datagrams of
+// 20 records with 16 fields: 100,000 netflow_records rows and 1,600,000 netflow_attributes rows), SQLite in
+// the collector's settings (WAL, synchronous=NORMAL) on both sides. After the table, one line per
+// database gives the median writer rows/s over the median bulk-load rows/s of the same rows. For the
+// bulk load alone: --benchmark_filter=BM_SampleBulkLoad (add --benchmark_format=json to read rows_per_s).
+//
 // Uses the data sources of the database tests: eval "$(scripts/odbc-env)" after scripts/pg-server start.
 // Without TPNF_TEST_PG_DSN the PostgreSQL cases are skipped. Each case runs 3 times; read the median.
 
@@ -10,16 +16,22 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include <unistd.h>
+
 #include "corelib/Database.h"
+#include "corelib/ODBCRecordset.h"
 #include "corelib/TestDataSource.h"
 #include "netflow9/NetFlowPacketV9.h"
+#include "nfreplay/Samples.h"
 #include "session/NetFlowDatabase.h"
 #include "support/ByteBuilder.h"
 #include "support/NetFlowV9Datagram.h"
@@ -102,18 +114,44 @@ bool Available(benchmark::State& state, const TestDataSource& source) {
     return false;
 }
 
-void Report(benchmark::State& state, double seconds) {
+void Report(benchmark::State& state, double seconds, int64_t rows = kRows) {
     state.SetIterationTime(seconds);
-    state.counters["rows_per_s"] = benchmark::Counter(static_cast<double>(kRows) / seconds);
+    state.counters["rows_per_s"] = benchmark::Counter(static_cast<double>(rows) / seconds);
 }
 
-void BM_WriterWritePackets(benchmark::State& state, Backend backend) {
-    const auto& packets = Packets();
+// Rows in the two tables, read back after a load so that no case counts rows it did not store.
+int64_t StoredRows(const TestDataSource& source) {
+    CDatabase db;
+    db.OpenEx(source.ConnectString());
+    int64_t rows = 0;
+    for (const wchar_t* table : {L"netflow_records", L"netflow_attributes"}) {
+        CODBCRecordset rs(&db);
+        rs.Open(CString(L"select count(*) as n from ") + table);
+        rows += rs.GetLong(L"n");
+    }
+    return rows;
+}
+
+bool AllStored(benchmark::State& state, const TestDataSource& source, int64_t rows) {
+    if (StoredRows(source) == rows)
+        return true;
+    state.SkipWithError("the tables do not hold every row");
+    return false;
+}
+
+// The writer's data source: the test one, with extra attributes for SQLite.
+CString WriterSource(const TestDataSource& source, std::wstring_view sqliteAttributes) {
+    return source.GetBackend() == Backend::SQLite ? source.Name() + CString(sqliteAttributes) : source.Name();
+}
+
+template <typename Packet>
+void TimeWriter(benchmark::State& state, Backend backend, const std::vector<std::unique_ptr<Packet>>& packets,
+                int64_t rows, std::wstring_view sqliteAttributes) {
     for (auto _ : state) {
         TestDataSource source(backend);
         if (!Available(state, source))
             return;
-        BenchWriter writer(source.Name());
+        BenchWriter writer(WriterSource(source, sqliteAttributes));
         if (writer.OpenDatabase() != 1) {
             state.SkipWithError(tpnf::ToUtf8(writer.m_strLastError).c_str());
             return;
@@ -127,8 +165,14 @@ void BM_WriterWritePackets(benchmark::State& state, Backend backend) {
             state.SkipWithError(tpnf::ToUtf8(writer.m_strLastError).c_str());
             return;
         }
-        Report(state, seconds);
+        if (!AllStored(state, source, rows))
+            return;
+        Report(state, seconds, rows);
     }
+}
+
+void BM_WriterWritePackets(benchmark::State& state, Backend backend) {
+    TimeWriter(state, backend, Packets(), kRows, L"");
 }
 
 // The same rows as CSV files, written once.
@@ -137,14 +181,15 @@ struct CsvFiles {
     std::filesystem::path records = dir / "records.csv";
     std::filesystem::path attributes = dir / "attributes.csv";
 
-    CsvFiles() {
+    explicit CsvFiles(const std::vector<std::unique_ptr<CNetFlowPacketV9>>& packets) {
         std::ofstream r(records);
         std::ofstream a(attributes);
         // The rows PrepareSQL writes, taken from the same packets.
         int id = 0;
-        for (const auto& packet : Packets())
+        for (const auto& packet : packets)
             for (const CNetFlowSetRecord& record : packet->GetRecords()) {
-                r << id << ",192.0.2.7,2055," << packet->GetHeader().m_unixSecs << ",9\n";
+                r << id << ',' << tpnf::ToUtf8(packet->GetSenderIPAddress()) << ',' << packet->GetSenderPort()
+                  << ',' << packet->GetHeader().m_unixSecs << ",9\n";
                 record.ForEachField([&](const CNetFlowField& field) {
                     a << id << ',' << field.GetType() << ',' << tpnf::ToUtf8(field.GetValue()) << '\n';
                 });
@@ -158,7 +203,7 @@ struct CsvFiles {
 };
 
 const CsvFiles& Csv() {
-    static const CsvFiles files;
+    static const CsvFiles files(Packets());
     return files;
 }
 
@@ -196,8 +241,8 @@ std::map<std::string, std::string> DataSourceAttributes(const std::string& dsn) 
 }
 
 // Creates the writer's tables (a writer that opens and closes) so both loads fill the same schema.
-bool CreateTables(benchmark::State& state, const TestDataSource& source) {
-    BenchWriter writer(source.Name());
+bool CreateTables(benchmark::State& state, const TestDataSource& source, std::wstring_view sqliteAttributes) {
+    BenchWriter writer(WriterSource(source, sqliteAttributes));
     if (writer.OpenDatabase() == 1)
         return true;
     state.SkipWithError(tpnf::ToUtf8(writer.m_strLastError).c_str());
@@ -211,17 +256,17 @@ double TimeCommand(const std::string& command) {
     return status == 0 ? seconds : -1.0;
 }
 
-void BM_BulkLoad(benchmark::State& state, Backend backend) {
-    const CsvFiles& csv = Csv();
+void TimeBulkLoad(benchmark::State& state, Backend backend, const CsvFiles& csv, int64_t rows,
+                  std::wstring_view sqliteAttributes, const std::string& sqlitePragmas) {
     for (auto _ : state) {
         TestDataSource source(backend);
-        if (!Available(state, source) || !CreateTables(state, source))
+        if (!Available(state, source) || !CreateTables(state, source, sqliteAttributes))
             return;
         std::string command;
         if (backend == Backend::SQLite) {
-            command = "sqlite3 '" + source.SQLiteFile().string() +
-                      "' -cmd 'pragma synchronous=normal' '.mode csv' '.import " + csv.records.string() +
-                      " netflow_records' '.import " + csv.attributes.string() + " netflow_attributes'";
+            command = "sqlite3 '" + source.SQLiteFile().string() + "' -cmd '" + sqlitePragmas +
+                      "' '.mode csv' '.import " + csv.records.string() + " netflow_records' '.import " +
+                      csv.attributes.string() + " netflow_attributes'";
         } else {
             auto pg = DataSourceAttributes(tpnf::test::PostgreSQLDsn());
             command = "PGPASSWORD='" + pg["password"] + "' PGOPTIONS='-csearch_path=" + source.Schema() +
@@ -235,8 +280,54 @@ void BM_BulkLoad(benchmark::State& state, Backend backend) {
             state.SkipWithError("the bulk load failed");
             return;
         }
-        Report(state, seconds);
+        if (!AllStored(state, source, rows))
+            return;
+        Report(state, seconds, rows);
     }
+}
+
+void BM_BulkLoad(benchmark::State& state, Backend backend) {
+    TimeBulkLoad(state, backend, Csv(), kRows, L"", "pragma synchronous=normal");
+}
+
+// nfreplay's v9 sample as nfcollect stores it: kSampleDatagrams copies from one sender.
+constexpr int kSampleDatagrams = 5000;
+constexpr wchar_t kCollectorSQLite[] = L";JournalMode=WAL;SyncPragma=NORMAL"; // as nfcollect --db
+constexpr char kCollectorPragmas[] = "pragma journal_mode=wal; pragma synchronous=normal";
+
+struct SampleRows {
+    std::vector<std::unique_ptr<CNetFlowPacketV9>> packets;
+    int64_t rows = 0;
+    std::unique_ptr<CsvFiles> csv;
+
+    SampleRows() {
+        const std::vector<uint8_t> datagram = tpnf::tools::MakeSample("v9");
+        for (int p = 0; p < kSampleDatagrams; ++p) {
+            auto packet = std::make_unique<CNetFlowPacketV9>();
+            if (!packet->Decode(CByteArray(datagram.begin(), datagram.end())) || packet->GetSize() == 0)
+                std::abort();
+            packet->SetSenderInfo(L"127.0.0.1", 40000);
+            for (const CNetFlowSetRecord& record : packet->GetRecords()) {
+                rows += 1;
+                record.ForEachField([&](const CNetFlowField&) { ++rows; });
+            }
+            packets.push_back(std::move(packet));
+        }
+        csv = std::make_unique<CsvFiles>(packets);
+    }
+};
+
+const SampleRows& Sample() {
+    static const SampleRows sample;
+    return sample;
+}
+
+void BM_SampleWriter(benchmark::State& state, Backend backend) {
+    TimeWriter(state, backend, Sample().packets, Sample().rows, kCollectorSQLite);
+}
+
+void BM_SampleBulkLoad(benchmark::State& state, Backend backend) {
+    TimeBulkLoad(state, backend, *Sample().csv, Sample().rows, kCollectorSQLite, kCollectorPragmas);
 }
 
 void Configure(benchmark::internal::Benchmark* b) {
@@ -249,5 +340,93 @@ BENCHMARK_CAPTURE(BM_WriterWritePackets, SQLite, Backend::SQLite)->Apply(Configu
 BENCHMARK_CAPTURE(BM_BulkLoad, SQLite_sqlite3_import, Backend::SQLite)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_WriterWritePackets, PostgreSQL, Backend::PostgreSQL)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_BulkLoad, PostgreSQL_psql_copy, Backend::PostgreSQL)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_SampleWriter, SQLite, Backend::SQLite)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_SampleBulkLoad, SQLite_sqlite3_import, Backend::SQLite)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_SampleWriter, PostgreSQL, Backend::PostgreSQL)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_SampleBulkLoad, PostgreSQL_psql_copy, Backend::PostgreSQL)->Apply(Configure);
 
-BENCHMARK_MAIN();
+namespace {
+
+// The console table as usual, then the ratio of each writer's median rows/s to the bulk load of the
+// same rows on the same database, where both ran.
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    explicit RatioReporter(OutputOptions options) : ConsoleReporter(options) {}
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (run.aggregate_name != "median" || run.error_occurred)
+                continue;
+            auto rate = run.counters.find("rows_per_s");
+            if (rate != run.counters.end())
+                m_medians[run.run_name.function_name] = rate->second.value; // "BM_x/capture"
+        }
+    }
+    void Finalize() override {
+        ConsoleReporter::Finalize();
+        static const struct {
+            const char* writer;
+            const char* bulk;
+            const char* label;
+        } kPairs[] = {
+            {"BM_WriterWritePackets/SQLite", "BM_BulkLoad/SQLite_sqlite3_import", "12-field rows, SQLite"},
+            {"BM_WriterWritePackets/PostgreSQL", "BM_BulkLoad/PostgreSQL_psql_copy",
+             "12-field rows, PostgreSQL"},
+            {"BM_SampleWriter/SQLite", "BM_SampleBulkLoad/SQLite_sqlite3_import", "v9 sample rows, SQLite"},
+            {"BM_SampleWriter/PostgreSQL", "BM_SampleBulkLoad/PostgreSQL_psql_copy",
+             "v9 sample rows, PostgreSQL"},
+        };
+        for (const auto& pair : kPairs) {
+            auto writer = m_medians.find(pair.writer);
+            auto bulk = m_medians.find(pair.bulk);
+            if (writer == m_medians.end() || bulk == m_medians.end())
+                continue;
+            std::printf("writer/bulk load, %s: %.0f / %.0f rows/s = %.2f\n", pair.label, writer->second,
+                        bulk->second, writer->second / bulk->second);
+        }
+    }
+
+private:
+    std::map<std::string, double> m_medians;
+};
+
+// The console options the library's own reporter would take from the same flags.
+benchmark::ConsoleReporter::OutputOptions ConsoleOptions(int argc, char** argv) {
+    bool color = isatty(STDOUT_FILENO) != 0;
+    bool tabular = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg(argv[i]);
+        const bool on = arg.ends_with("=true") || arg.ends_with("=yes") || arg.ends_with("=1");
+        if (arg.starts_with("--benchmark_color="))
+            color = arg.ends_with("=auto") ? color : on;
+        else if (arg == "--benchmark_counters_tabular" || arg.starts_with("--benchmark_counters_tabular="))
+            tabular = arg == "--benchmark_counters_tabular" || on;
+    }
+    int options = benchmark::ConsoleReporter::OO_None;
+    if (color)
+        options |= benchmark::ConsoleReporter::OO_Color;
+    if (tabular)
+        options |= benchmark::ConsoleReporter::OO_Tabular;
+    return static_cast<benchmark::ConsoleReporter::OutputOptions>(options);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // Another format asked for on the command line replaces the table and the ratios.
+    bool plain = true;
+    for (int i = 1; i < argc; ++i)
+        plain = plain && std::string_view(argv[i]).rfind("--benchmark_format=", 0) != 0;
+    const benchmark::ConsoleReporter::OutputOptions options = ConsoleOptions(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    if (plain) {
+        RatioReporter reporter(options);
+        benchmark::RunSpecifiedBenchmarks(&reporter);
+    } else {
+        benchmark::RunSpecifiedBenchmarks();
+    }
+    benchmark::Shutdown();
+    return 0;
+}

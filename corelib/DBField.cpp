@@ -17,7 +17,10 @@ CDBField& CDBField::SetBigInt(int64_t value) {
 }
 
 CDBField& CDBField::operator=(const CString& value) {
-    SetText(tpnf::ToUtf8(value));
+    // Encoded into the storage the previous text left, so that a row written again allocates nothing.
+    m_kind = Kind::Text;
+    m_strText.clear();
+    tpnf::AppendUtf8(m_strText, value);
     m_bDirty = true;
     return *this;
 }
@@ -58,9 +61,4 @@ CString CDBField::AsString() const {
 void CDBField::SetInteger(int64_t value) {
     m_kind = Kind::Integer;
     m_nValue = value;
-}
-
-void CDBField::SetText(std::string&& utf8) {
-    m_kind = Kind::Text;
-    m_strText = std::move(utf8);
 }

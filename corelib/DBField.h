@@ -25,10 +25,10 @@ public:
 
 private:
     friend class CODBCRecordset;
+    friend struct CRecordsetColumn;
     enum class Kind : uint8_t { Null, Integer, Text };
 
     void SetInteger(int64_t value);
-    void SetText(std::string&& utf8);
 
     Kind m_kind = Kind::Null;
     bool m_bDirty = false; // assigned since AddNew or Edit

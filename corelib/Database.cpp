@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -50,14 +49,12 @@ BOOL CDatabase::OpenEx(const CString& connect) {
     rc = SQLGetInfo(dbc, SQL_DATA_SOURCE_READ_ONLY, readOnly, sizeof readOnly, nullptr);
     m_bCanUpdate = !SQL_SUCCEEDED(rc) || readOnly[0] != 'Y';
 
-    // PostgreSQL 10 and later expand several arrays in one select list side by side, which turns a
-    // whole batch of rows into one parameter per column.
     char dbms[64] = "";
     char version[64] = "";
-    m_bArrayInsert = SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_NAME, dbms, sizeof dbms, nullptr)) &&
-                     std::string_view(dbms) == "PostgreSQL" &&
-                     SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_VER, version, sizeof version, nullptr)) &&
-                     std::atoi(version) >= 10;
+    if (SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_NAME, dbms, sizeof dbms, nullptr)))
+        m_strDBMSName = tpnf::FromUtf8(dbms);
+    if (SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DBMS_VER, version, sizeof version, nullptr)))
+        m_nDBMSVersion = std::atoi(version);
     return TRUE;
 }
 
@@ -80,7 +77,9 @@ void CDatabase::Close() {
     }
     m_bCanTransact = FALSE;
     m_bCanUpdate = FALSE;
-    m_bArrayInsert = FALSE;
+    m_bExplicitTrans = false; // the disconnect ended it
+    m_strDBMSName.clear();
+    m_nDBMSVersion = 0;
 }
 
 BOOL CDatabase::BeginTrans() {
@@ -96,10 +95,29 @@ BOOL CDatabase::BeginTrans() {
     return TRUE;
 }
 
+BOOL CDatabase::BeginWriteTrans() {
+    if (!IsOpen())
+        throw CDBException(CDBException::errorNotOpen, L"The database is not open\n");
+    if (!m_bCanTransact)
+        return FALSE;
+    if (m_strDBMSName != L"SQLite")
+        return BeginTrans();
+    // The SQLite driver begins its own transactions deferred; this one is begun by hand, with the
+    // driver left in autocommit so that it issues no BEGIN or COMMIT of its own.
+    ExecuteSQL(L"BEGIN IMMEDIATE");
+    m_bExplicitTrans = true;
+    return TRUE;
+}
+
 // Unlike Rollback, a failed commit throws: the caller must learn that its rows are not stored.
 BOOL CDatabase::CommitTrans() {
     if (!IsOpen())
         throw CDBException(CDBException::errorNotOpen, L"The database is not open\n");
+    if (m_bExplicitTrans) {
+        ExecuteSQL(L"COMMIT"); // writes what is buffered first
+        m_bExplicitTrans = false;
+        return TRUE;
+    }
     FlushRecordsets();
     SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_COMMIT);
     if (!SQL_SUCCEEDED(rc))
@@ -117,6 +135,15 @@ BOOL CDatabase::Rollback() {
     ForgetWrite(); // the rolled-back rows need no report
     for (CODBCRecordset* recordset : m_Recordsets)
         recordset->DiscardPending();
+    if (m_bExplicitTrans) {
+        m_bExplicitTrans = false;
+        try {
+            ExecuteSQL(L"ROLLBACK");
+        } catch (const CDBException&) {
+            return FALSE;
+        }
+        return TRUE;
+    }
     SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_ROLLBACK);
     SQLRETURN autocommit = SQLSetConnectAttr(
         m_hDbc, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), SQL_IS_UINTEGER);

@@ -34,8 +34,16 @@ public:
     BOOL CanTransact() const { return m_bCanTransact; }
     // FALSE when the data source says it is read-only.
     BOOL CanUpdate() const { return m_bCanUpdate; }
+    // The database product as the driver names it ("SQLite", "PostgreSQL") and its major version.
+    const CString& GetDBMSName() const { return m_strDBMSName; }
+    int GetDBMSVersion() const { return m_nDBMSVersion; }
 
     BOOL BeginTrans();
+    // Begins a transaction that keeps every other writer of the database waiting from its start, for a
+    // read-modify-write across connections. SQLite: BEGIN IMMEDIATE, which waits up to the data
+    // source's busy timeout for the write lock. Elsewhere an ordinary transaction: lock what you read
+    // with "select ... for update". Ended by CommitTrans or Rollback like any other.
+    BOOL BeginWriteTrans();
     BOOL CommitTrans();
     BOOL Rollback();
 
@@ -43,6 +51,7 @@ public:
 
 private:
     friend class CODBCRecordset;
+    friend class CRowInserter;
     friend class CTypeInfo;
 
     // Allocates a statement handle; throws when the connection is closed or allocation fails.
@@ -68,7 +77,9 @@ private:
     void* m_hDbc = nullptr;
     BOOL m_bCanTransact = FALSE;
     BOOL m_bCanUpdate = FALSE;
-    BOOL m_bArrayInsert = FALSE; // added rows are written as one array per column
+    bool m_bExplicitTrans = false; // begun by a statement (autocommit stays on): ended by one too
+    CString m_strDBMSName;
+    int m_nDBMSVersion = 0;
     std::vector<CODBCRecordset*> m_Recordsets;
     std::future<void> m_write;
     std::exception_ptr m_writeFailure;

@@ -4,145 +4,31 @@
 #include <sqlext.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cstring>
-#include <cwctype>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "corelib/Database.h"
+#include "corelib/ODBCCalls.h"
+#include "corelib/RecordsetColumn.h"
+#include "corelib/RowInserter.h"
+#include "corelib/SelectScanner.h"
 #include "util/TextConvert.h"
 
-namespace {
+using tpnf::odbc::Check;
+using tpnf::odbc::ExecuteDirect;
+using tpnf::odbc::FreeStatement;
 
-constexpr size_t kMaxBatchRows = 256;
-// Parameters per statement: SQLite allows 32766; psqlODBC loses track of the server's answer to a
-// prepare with more than about 7,500.
-constexpr size_t kMaxParameters = 4096;
-// Rows per array insert: one parameter per column whatever the row count, so only memory bounds it.
-constexpr size_t kArrayBatchRows = 8192;
-constexpr size_t kFirstTextWidth = 64; // bytes per buffered text value, terminator included; grows
+namespace {
 
 bool IsIntegerType(SQLSMALLINT type) {
     return type == SQL_INTEGER || type == SQL_SMALLINT || type == SQL_TINYINT || type == SQL_BIGINT ||
            type == SQL_BIT;
 }
 
-wchar_t Lower(wchar_t c) {
-    return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c;
-}
-
-bool SameName(std::wstring_view a, std::wstring_view b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
-                                              [](wchar_t x, wchar_t y) { return Lower(x) == Lower(y); });
-}
-
-// Splits a select into words; only what a single-table select needs.
-class SelectScanner {
-public:
-    explicit SelectScanner(const CString& sql) : m_sql(sql) {}
-
-    bool Keyword(std::wstring_view word) {
-        SkipSpace();
-        if (m_sql.size() - m_pos < word.size() || !SameName(m_sql.substr(m_pos, word.size()), word))
-            return false;
-        size_t end = m_pos + word.size();
-        if (end < m_sql.size() && IsIdentifierChar(m_sql[end]) && IsIdentifierChar(word.back()))
-            return false;
-        m_pos = end;
-        return true;
-    }
-
-    CString Identifier() {
-        SkipSpace();
-        size_t start = m_pos;
-        if (m_pos < m_sql.size() && !std::iswdigit(m_sql[m_pos]))
-            while (m_pos < m_sql.size() && IsIdentifierChar(m_sql[m_pos]))
-                ++m_pos;
-        return CString(m_sql.substr(start, m_pos - start));
-    }
-
-    bool AtEnd() {
-        SkipSpace();
-        if (m_pos < m_sql.size() && m_sql[m_pos] == L';')
-            ++m_pos;
-        SkipSpace();
-        return m_pos == m_sql.size();
-    }
-
-private:
-    static bool IsIdentifierChar(wchar_t c) {
-        return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z') || (c >= L'0' && c <= L'9') || c == L'_';
-    }
-    void SkipSpace() {
-        while (m_pos < m_sql.size() && std::iswspace(m_sql[m_pos]))
-            ++m_pos;
-    }
-
-    std::wstring_view m_sql;
-    size_t m_pos = 0;
-};
-
-// The table of "select * from T [where ...]", else the empty string.
-CString SingleTable(const CString& sql) {
-    SelectScanner scanner(sql);
-    if (!scanner.Keyword(L"select") || !scanner.Keyword(L"*") || !scanner.Keyword(L"from"))
-        return CString();
-    CString table = scanner.Identifier();
-    if (table.empty() || !(scanner.AtEnd() || scanner.Keyword(L"where")))
-        return CString();
-    return table;
-}
-
-void FreeStatement(SQLHSTMT& stmt) {
-    if (stmt != SQL_NULL_HSTMT) {
-        SQLFreeHandle(SQL_HANDLE_STMT, stmt);
-        stmt = SQL_NULL_HSTMT;
-    }
-}
-
-[[noreturn]] void ThrowStatementError(SQLRETURN rc, SQLHSTMT stmt) {
-    throw CDBException::FromDiagnostics(rc, SQL_HANDLE_STMT, stmt);
-}
-
-void Check(SQLRETURN rc, SQLHSTMT stmt) {
-    if (!SQL_SUCCEEDED(rc))
-        ThrowStatementError(rc, stmt);
-}
-
-void ExecuteDirect(SQLHSTMT stmt, const std::string& sql) {
-    Check(SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(const_cast<char*>(sql.c_str())), SQL_NTS), stmt);
-}
-
-struct Column {
-    CString name;
-    std::string sqlName;
-    SQLSMALLINT type;
-    bool integer;
-    std::string typeName; // the database's own name, for the array cast
-};
-
-// A type name that can be written before "[]" as it stands.
-bool IsPlainTypeName(const std::string& name) {
-    return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
-    });
-}
-
-// One element of an array literal: quoted, with quotes and backslashes escaped.
-void AppendArrayText(std::string& out, std::string_view text) {
-    out += '"';
-    for (char c : text) {
-        if (c == '"' || c == '\\')
-            out += '\\';
-        out += c;
-    }
-    out += '"';
-}
-
 } // namespace
 
+// Reading, editing and the row being added; added rows go to the insert strategy (CRowInserter).
 struct CODBCRecordset::Impl {
     enum class Mode { None, Adding, Editing };
 
@@ -150,7 +36,7 @@ struct CODBCRecordset::Impl {
     bool open = false;
     std::string sql;
     std::string table; // empty: read-only
-    std::vector<Column> columns;
+    std::vector<CRecordsetColumn> columns;
     std::vector<CDBField> row;    // the current row
     std::vector<CDBField> newRow; // the row being added
     Mode mode = Mode::None;
@@ -168,25 +54,7 @@ struct CODBCRecordset::Impl {
     std::vector<SQLLEN> updateIndicators;
     std::vector<std::string> updateTexts;
 
-    // Added rows waiting to be written: row r, column c is parameter r * columns + c (0-based), in
-    // buffers bound to the prepared statement once and refilled for every batch.
-    size_t batchRows = 0;
-    size_t pending = 0;
-    std::vector<SQLBIGINT> numbers;
-    std::vector<SQLLEN> indicators;
-    std::vector<std::vector<char>> texts; // per text column: batchRows slots of widths[c] bytes
-    std::vector<size_t> widths;
-    SQLHSTMT insertFull = SQL_NULL_HSTMT; // prepared for batchRows rows
-    bool fullBound = false;
-    SQLHSTMT insertPart = SQL_NULL_HSTMT; // the shorter last batch
-
-    // Where the database takes arrays (see CDatabase), column c of the waiting rows is the array
-    // literal arrays[c] instead, and every batch goes through insertFull.
-    bool useArrays = false;
-    std::vector<std::string> arrays;
-    std::vector<std::string> sending; // the arrays of the batch being written
-    std::vector<SQLLEN> sendingLengths;
-    std::vector<int64_t> rowNumbers; // the integer values of the row being appended
+    std::unique_ptr<CRowInserter> inserter; // made at the first AddNew
 
     explicit Impl(CDatabase* database) : db(database) {}
 
@@ -196,8 +64,11 @@ struct CODBCRecordset::Impl {
     }
 
     size_t FindColumn(std::wstring_view name) const {
+        for (size_t c = 0; c < columns.size(); ++c) // names as the table spells them: the usual case
+            if (columns[c].name == name)
+                return c;
         for (size_t c = 0; c < columns.size(); ++c)
-            if (SameName(columns[c].name, name))
+            if (CSelectScanner::SameName(columns[c].name, name))
                 return c;
         throw CDBException(CDBException::errorColumnNotFound, L"Column not found: " + CString(name) + L"\n");
     }
@@ -217,8 +88,8 @@ struct CODBCRecordset::Impl {
             if (!SQL_SUCCEEDED(SQLColAttribute(select, i, SQL_DESC_TYPE_NAME, typeName, sizeof typeName,
                                                nullptr, nullptr)))
                 typeName[0] = 0;
-            columns.push_back(
-                Column{tpnf::FromUtf8(sqlName), std::move(sqlName), type, IsIntegerType(type), typeName});
+            columns.push_back(CRecordsetColumn{tpnf::FromUtf8(sqlName), std::move(sqlName), type,
+                                               IsIntegerType(type), typeName});
         }
         row.assign(columns.size(), CDBField());
         newRow.assign(columns.size(), CDBField());
@@ -281,250 +152,9 @@ struct CODBCRecordset::Impl {
         }
     }
 
-    void EnsureBuffers() {
-        if (batchRows != 0)
-            return;
-        useArrays = db->m_bArrayInsert && !columns.empty() &&
-                    std::all_of(columns.begin(), columns.end(),
-                                [](const Column& column) { return IsPlainTypeName(column.typeName); });
-        if (useArrays) {
-            batchRows = kArrayBatchRows;
-            arrays.assign(columns.size(), "{");
-            sending.assign(columns.size(), {});
-            sendingLengths.assign(columns.size(), 0);
-            rowNumbers.assign(columns.size(), 0);
-            return;
-        }
-        size_t n = std::max<size_t>(columns.size(), 1);
-        batchRows = std::min(kMaxBatchRows, std::max<size_t>(kMaxParameters / n, 1));
-        numbers.assign(batchRows * n, 0);
-        indicators.assign(batchRows * n, SQL_NULL_DATA);
-        texts.assign(columns.size(), {});
-        widths.assign(columns.size(), 0);
-        for (size_t c = 0; c < columns.size(); ++c) {
-            if (!columns[c].integer) {
-                widths[c] = kFirstTextWidth;
-                texts[c].assign(batchRows * kFirstTextWidth, 0);
-            }
-        }
-    }
-
-    int64_t IntegerValue(size_t c, const CDBField& field) const {
-        if (field.m_kind == CDBField::Kind::Integer)
-            return field.m_nValue;
-        const std::string& text = field.m_strText;
-        int64_t value = 0;
-        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-        if (error != std::errc() || end != text.data() + text.size() || text.empty())
-            throw CDBException(CDBException::errorInvalidValue, L"Not an integer for column " +
-                                                                    columns[c].name + L": " +
-                                                                    tpnf::FromUtf8(text) + L"\n");
-        return value;
-    }
-
-    // The text of a value for a text column; integers are written out in decimal into scratch.
-    static std::string_view TextValue(const CDBField& field, char (&scratch)[24]) {
-        if (field.m_kind == CDBField::Kind::Text)
-            return field.m_strText;
-        auto result = std::to_chars(scratch, scratch + sizeof scratch, field.m_nValue);
-        return std::string_view(scratch, static_cast<size_t>(result.ptr - scratch));
-    }
-
-    void GrowText(size_t c, size_t needed) {
-        size_t width = widths[c];
-        while (width < needed)
-            width *= 2;
-        std::vector<char> grown(batchRows * width, 0);
-        for (size_t r = 0; r < pending; ++r)
-            std::memcpy(grown.data() + r * width, texts[c].data() + r * widths[c], widths[c]);
-        texts[c].swap(grown);
-        widths[c] = width;
-        fullBound = false; // the prepared statement points at the old buffer
-    }
-
-    void AppendArrayRow() {
-        size_t n = columns.size();
-        // Integers are checked first so that a refused row leaves the arrays as they were.
-        for (size_t c = 0; c < n; ++c)
-            if (columns[c].integer && newRow[c].m_kind != CDBField::Kind::Null)
-                rowNumbers[c] = IntegerValue(c, newRow[c]);
-        for (size_t c = 0; c < n; ++c) {
-            const CDBField& field = newRow[c];
-            std::string& array = arrays[c];
-            if (pending != 0)
-                array += ',';
-            char scratch[24];
-            if (field.m_kind == CDBField::Kind::Null) {
-                array += "NULL";
-            } else if (columns[c].integer) {
-                auto result = std::to_chars(scratch, scratch + sizeof scratch, rowNumbers[c]);
-                array.append(scratch, result.ptr);
-            } else {
-                AppendArrayText(array, TextValue(field, scratch));
-            }
-        }
-        ++pending;
-        if (pending == batchRows)
-            FlushArrays(false);
-    }
-
-    std::string ArrayInsertSql() const {
-        std::string text = "INSERT INTO " + table + " (";
-        std::string values;
-        for (size_t c = 0; c < columns.size(); ++c) {
-            text += (c == 0 ? "" : ",") + columns[c].sqlName;
-            values += (c == 0 ? "unnest(?::" : ",unnest(?::") + columns[c].typeName + "[])";
-        }
-        return text + ") SELECT " + values;
-    }
-
-    // The full arrays are handed to the connection's write thread and the rows go on into the
-    // emptied ones; with wait, the write is finished and its failure thrown before returning.
-    void FlushArrays(bool wait) {
-        pending = 0;       // a failed batch is dropped: the caller rolls back
-        db->FinishWrite(); // the previous batch's arrays are free again
-        sending.swap(arrays);
-        ResetArrays();
-        db->ThrowWriteFailure();
-        if (insertFull == SQL_NULL_HSTMT)
-            PrepareFull(ArrayInsertSql());
-        for (size_t c = 0; c < columns.size(); ++c) {
-            sending[c] += '}';
-            sendingLengths[c] = static_cast<SQLLEN>(sending[c].size());
-            Check(SQLBindParameter(insertFull, static_cast<SQLUSMALLINT>(c + 1), SQL_PARAM_INPUT, SQL_C_CHAR,
-                                   SQL_LONGVARCHAR, sending[c].size(), 0, sending[c].data(),
-                                   sendingLengths[c] + 1, &sendingLengths[c]),
-                  insertFull);
-        }
-        SQLHSTMT stmt = insertFull;
-        db->StartWrite([stmt] {
-            SQLRETURN rc = SQLExecute(stmt);
-            if (!SQL_SUCCEEDED(rc) && rc != SQL_NO_DATA)
-                ThrowStatementError(rc, stmt);
-        });
-        if (wait)
-            db->ThrowWriteFailure();
-    }
-
-    // Prepares the statement full batches go through; a failed prepare leaves none.
-    void PrepareFull(std::string text) {
-        insertFull = db->AllocStatement();
-        SQLRETURN rc = SQLPrepare(insertFull, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
-        if (!SQL_SUCCEEDED(rc)) {
-            CDBException error = CDBException::FromDiagnostics(rc, SQL_HANDLE_STMT, insertFull);
-            FreeStatement(insertFull);
-            throw error;
-        }
-    }
-
-    void ResetArrays() {
-        if (!useArrays)
-            return;
-        for (std::string& array : arrays)
-            array.assign(1, '{');
-    }
-
-    void AppendRow() {
-        if (useArrays) {
-            AppendArrayRow();
-            return;
-        }
-        size_t n = columns.size();
-        size_t r = pending;
-        for (size_t c = 0; c < n; ++c) {
-            const CDBField& field = newRow[c];
-            size_t p = r * n + c;
-            if (field.m_kind == CDBField::Kind::Null) {
-                indicators[p] = SQL_NULL_DATA;
-            } else if (columns[c].integer) {
-                numbers[p] = IntegerValue(c, field);
-                indicators[p] = 0;
-            } else {
-                char scratch[24];
-                std::string_view text = TextValue(field, scratch);
-                if (text.size() + 1 > widths[c])
-                    GrowText(c, text.size() + 1);
-                char* slot = texts[c].data() + r * widths[c];
-                std::memcpy(slot, text.data(), text.size());
-                slot[text.size()] = 0;
-                indicators[p] = static_cast<SQLLEN>(text.size());
-            }
-        }
-        ++pending;
-        if (pending == batchRows)
-            Flush();
-    }
-
-    std::string InsertSql(size_t rows) const {
-        std::string text = "INSERT INTO " + table + " (";
-        std::string values = "(";
-        for (size_t c = 0; c < columns.size(); ++c) {
-            text += (c == 0 ? "" : ",") + columns[c].sqlName;
-            values += c == 0 ? "?" : ",?";
-        }
-        values += ')';
-        text += ") VALUES ";
-        text.reserve(text.size() + rows * (values.size() + 1));
-        for (size_t r = 0; r < rows; ++r) {
-            if (r != 0)
-                text += ',';
-            text += values;
-        }
-        return text;
-    }
-
-    void BindRows(SQLHSTMT stmt, size_t rows) {
-        size_t n = columns.size();
-        for (size_t r = 0; r < rows; ++r) {
-            for (size_t c = 0; c < n; ++c) {
-                size_t p = r * n + c;
-                SQLUSMALLINT number = static_cast<SQLUSMALLINT>(p + 1);
-                SQLRETURN rc;
-                if (columns[c].integer)
-                    rc = SQLBindParameter(stmt, number, SQL_PARAM_INPUT, SQL_C_SBIGINT, columns[c].type, 0, 0,
-                                          &numbers[p], 0, &indicators[p]);
-                else
-                    rc = SQLBindParameter(stmt, number, SQL_PARAM_INPUT, SQL_C_CHAR, SQL_VARCHAR,
-                                          widths[c] - 1, 0, texts[c].data() + r * widths[c],
-                                          static_cast<SQLLEN>(widths[c]), &indicators[p]);
-                Check(rc, stmt);
-            }
-        }
-    }
-
     void Flush() {
-        if (pending == 0)
-            return;
-        if (useArrays) {
-            FlushArrays(true);
-            return;
-        }
-        size_t rows = pending;
-        pending = 0; // a failed batch is dropped: the caller rolls back
-        SQLRETURN rc;
-        SQLHSTMT stmt;
-        if (rows == batchRows) {
-            if (insertFull == SQL_NULL_HSTMT) {
-                PrepareFull(InsertSql(rows));
-                fullBound = false;
-            }
-            if (!fullBound) {
-                BindRows(insertFull, rows);
-                fullBound = true;
-            }
-            stmt = insertFull;
-            rc = SQLExecute(stmt);
-        } else {
-            if (insertPart == SQL_NULL_HSTMT)
-                insertPart = db->AllocStatement();
-            stmt = insertPart;
-            SQLFreeStmt(stmt, SQL_RESET_PARAMS);
-            BindRows(stmt, rows);
-            std::string text = InsertSql(rows);
-            rc = SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
-        }
-        if (!SQL_SUCCEEDED(rc) && rc != SQL_NO_DATA)
-            ThrowStatementError(rc, stmt);
+        if (inserter)
+            inserter->Flush();
     }
 
     void LearnKey() {
@@ -545,7 +175,7 @@ struct CODBCRecordset::Impl {
         if (names.size() != 1)
             return;
         for (size_t c = 0; c < columns.size(); ++c)
-            if (SameName(columns[c].name, tpnf::FromUtf8(names.front())))
+            if (CSelectScanner::SameName(columns[c].name, tpnf::FromUtf8(names.front())))
                 key = static_cast<int>(c);
     }
 
@@ -558,13 +188,13 @@ struct CODBCRecordset::Impl {
             rc = SQLBindParameter(update, number, SQL_PARAM_INPUT, SQL_C_SBIGINT, columns[c].type, 0, 0,
                                   &updateNumbers[i], 0, &indicator);
         } else if (columns[c].integer) {
-            updateNumbers[i] = IntegerValue(c, field);
+            updateNumbers[i] = columns[c].IntegerValue(field);
             indicator = 0;
             rc = SQLBindParameter(update, number, SQL_PARAM_INPUT, SQL_C_SBIGINT, columns[c].type, 0, 0,
                                   &updateNumbers[i], 0, &indicator);
         } else {
             char scratch[24];
-            updateTexts[i].assign(TextValue(field, scratch));
+            updateTexts[i].assign(CRecordsetColumn::TextValue(field, scratch));
             std::string& text = updateTexts[i];
             indicator = static_cast<SQLLEN>(text.size());
             rc = SQLBindParameter(update, number, SQL_PARAM_INPUT, SQL_C_CHAR, SQL_VARCHAR,
@@ -614,10 +244,9 @@ struct CODBCRecordset::Impl {
     void Abandon() {
         if (db != nullptr)
             db->FinishWrite(); // the write in flight may be this recordset's
+        inserter.reset();
         FreeStatement(select);
         FreeStatement(update);
-        FreeStatement(insertFull);
-        FreeStatement(insertPart);
         open = false;
         executed = false;
         hasRows = false;
@@ -625,18 +254,6 @@ struct CODBCRecordset::Impl {
         mode = Mode::None;
         key = -1;
         updateSql.clear();
-        batchRows = 0;
-        pending = 0;
-        fullBound = false;
-        numbers.clear();
-        indicators.clear();
-        texts.clear();
-        widths.clear();
-        useArrays = false;
-        arrays.clear();
-        sending.clear();
-        sendingLengths.clear();
-        rowNumbers.clear();
     }
 };
 
@@ -656,7 +273,7 @@ BOOL CODBCRecordset::Open(const CString& sql) {
     if (d.db == nullptr)
         throw CDBException(CDBException::errorNotOpen, L"The recordset has no database\n");
     d.db->FlushRecordsets();
-    CString table = SingleTable(sql);
+    CString table = CSelectScanner::SingleTable(sql);
     d.table = tpnf::ToUtf8(table);
     d.sql = tpnf::ToUtf8(sql);
     d.select = d.db->AllocStatement();
@@ -733,7 +350,8 @@ void CODBCRecordset::AddNew() {
     d.RequireOpen();
     if (!CanAppend())
         throw CDBException(CDBException::errorNotUpdatable, L"The recordset cannot add rows\n");
-    d.EnsureBuffers();
+    if (!d.inserter)
+        d.inserter = CRowInserter::Create(*d.db, d.table, d.columns);
     for (CDBField& field : d.newRow) {
         field.m_kind = CDBField::Kind::Null;
         field.m_bDirty = false;
@@ -764,7 +382,7 @@ BOOL CODBCRecordset::Update() {
     d.mode = Impl::Mode::None;
     switch (mode) {
     case Impl::Mode::Adding:
-        d.AppendRow();
+        d.inserter->Append(d.newRow);
         return TRUE;
     case Impl::Mode::Editing:
         return d.StoreEdit();
@@ -806,8 +424,8 @@ void CODBCRecordset::Flush() {
 }
 
 void CODBCRecordset::DiscardPending() {
-    m_pImpl->pending = 0;
-    m_pImpl->ResetArrays();
+    if (m_pImpl->inserter)
+        m_pImpl->inserter->Discard();
     if (m_pImpl->mode == Impl::Mode::Adding)
         m_pImpl->mode = Impl::Mode::None;
 }

@@ -14,10 +14,10 @@ class CDatabase;
 // - Open learns the columns from "select * from T where 1=0"; the select itself runs only when a row
 //   is first read (HasRows, IsEOF, MoveNext, GetLong, Field outside AddNew, Edit), so a recordset
 //   opened only to add rows never loads the table.
-// - Rows added with AddNew ... Update are buffered and written as prepared multi-row
-//   INSERT INTO T (...) VALUES (?,...),(?,...) statements of up to 256 rows (fewer for tables of more than 16
-//   columns). The buffer is written when full, before any other statement on the connection (so a read sees
-//   the rows), by CDatabase::CommitTrans and by Close.
+// - Rows added with AddNew ... Update are buffered and written in batches by the insert strategy that
+//   suits the database (CRowInserter: prepared multi-row INSERT ... VALUES statements, or one array per
+//   column on PostgreSQL). The buffer is written when full, before any other statement on the connection
+//   (so a read sees the rows), by CDatabase::CommitTrans and by Close.
 // - Edit ... Update on a visited row runs UPDATE T SET col=?,... WHERE key=? on a statement of its
 //   own while the select stays open. The key is the table's primary key when SQLPrimaryKeys names
 //   exactly one column, else the first column; it is looked up at the first Edit.

@@ -80,13 +80,30 @@ BOOL CNetFlowDatabase::PreTranslateMessage(MSG* pMsg) {
 }
 
 void CNetFlowDatabase::AddPacket(CTPAbstractPacket* pPacket) {
-    std::lock_guard<std::recursive_mutex> lock(m_Lock);
+    std::lock_guard<std::mutex> lock(m_IntakeLock);
     m_Packets.push_back(pPacket);
 }
 
 size_t CNetFlowDatabase::GetQueuedCount() {
+    std::lock_guard<std::mutex> lock(m_IntakeLock);
+    return m_Packets.size() + m_nWriting;
+}
+
+BOOL CNetFlowDatabase::PeekStatus(CString& lastError) {
+    std::lock_guard<std::mutex> lock(m_IntakeLock);
+    lastError = m_strPublishedError;
+    return m_bPublishedOK;
+}
+
+void CNetFlowDatabase::PublishStatus() {
+    std::lock_guard<std::mutex> lock(m_IntakeLock);
+    m_bPublishedOK = m_bStatusOK;
+    m_strPublishedError = m_strLastError;
+}
+
+void CNetFlowDatabase::SetSharedRecordIds(BOOL bShared) {
     std::lock_guard<std::recursive_mutex> lock(m_Lock);
-    return m_Packets.size();
+    m_bSharedRecordIds = bShared;
 }
 
 namespace {
@@ -112,6 +129,12 @@ void CloseQuietly(CODBCRecordset& recordset) {
 
 int CNetFlowDatabase::OpenDatabase() {
     std::lock_guard<std::recursive_mutex> lock(m_Lock);
+    const int result = Connect();
+    PublishStatus();
+    return result;
+}
+
+int CNetFlowDatabase::Connect() {
     try {
         if (m_Database.IsOpen())
             m_Database.Close();
@@ -221,16 +244,48 @@ int CNetFlowDatabase::WritePackets() {
     std::lock_guard<std::recursive_mutex> lock(m_Lock);
     if (!m_Database.IsOpen() || !m_bStatusOK)
         return 0;
-    if (m_Packets.empty())
-        return 1;
-    int recordId = AccessRecordId(-1);
-    if (recordId == -1)
-        return 0;
+    {
+        std::lock_guard<std::mutex> intake(m_IntakeLock);
+        if (m_Packets.empty())
+            return 1;
+        m_Batch.swap(m_Packets); // the emptied batch storage takes the next packets
+        m_nWriting = m_Batch.size();
+    }
+    const int result = WriteBatch(m_Batch);
+    {
+        std::lock_guard<std::mutex> intake(m_IntakeLock);
+        if (result == 0) // kept, in front of what arrived meanwhile
+            m_Packets.insert(m_Packets.begin(), m_Batch.begin(), m_Batch.end());
+        m_Batch.clear();
+        m_nWriting = 0;
+        m_bPublishedOK = m_bStatusOK;
+        m_strPublishedError = m_strLastError;
+    }
+    return result;
+}
+
+// The default ids: read in a transaction of their own before the rows and stored in another after them.
+// Shared ids: read, locked and advanced inside the rows' transaction.
+int CNetFlowDatabase::WriteBatch(const PacketArray& batch) {
+    const bool shared = m_bSharedRecordIds;
     const BOOL canTransact = m_Database.CanTransact();
+    int recordId = -1;
+    if (shared && !canTransact) {
+        m_strLastError = L"Shared record ids need a data source with transactions";
+        m_bStatusOK = FALSE;
+        return 0;
+    }
+    if (!shared) {
+        recordId = AccessRecordId(-1);
+        if (recordId == -1)
+            return 0;
+    }
     CODBCRecordset records(&m_Database);
     CODBCRecordset attributes(&m_Database);
     try {
-        if (canTransact)
+        if (shared)
+            recordId = TakeSharedRecordId();
+        else if (canTransact)
             m_Database.BeginTrans();
         records.Open(SelectAll(RECORDS_TABLE));
         attributes.Open(SelectAll(ATTRIBUTES_TABLE));
@@ -243,15 +298,17 @@ int CNetFlowDatabase::WritePackets() {
                 m_Database.Rollback();
             return 0;
         }
-        for (CTPAbstractPacket* packet : m_Packets)
+        for (CTPAbstractPacket* packet : batch)
             packet->PrepareSQL(recordId, records, attributes);
         records.Close();
         attributes.Close();
+        if (shared)
+            m_Database.ExecuteSQL(
+                tpnf::FormatText(L"update %s set %s = %d", RECORD_ID_TABLE, RECORD_ID, recordId));
         if (canTransact)
             m_Database.CommitTrans();
-        // Emptied only once the rows are committed, so a failing commit keeps the queue too.
-        m_Packets.clear();
-        AccessRecordId(recordId);
+        if (!shared)
+            AccessRecordId(recordId);
         m_bStatusOK = TRUE;
         return 1;
     } catch (const CDBException& e) {
@@ -265,4 +322,35 @@ int CNetFlowDatabase::WritePackets() {
     if (canTransact)
         m_Database.Rollback();
     return 0;
+}
+
+int CNetFlowDatabase::LockRecordId() {
+    m_Database.BeginWriteTrans();
+    // SQLite's immediate transaction already keeps every other writer out; elsewhere the rows are locked.
+    const CString lockRows = m_Database.GetDBMSName() == L"SQLite" ? L"" : L" for update";
+    CODBCRecordset ids(&m_Database);
+    ids.Open(tpnf::FormatText(L"select %s from %s", RECORD_ID, RECORD_ID_TABLE) + lockRows);
+    int recordId = -1;
+    for (; !ids.IsEOF(); ids.MoveNext())
+        recordId = ids.GetLong(RECORD_ID); // with several rows the last one counts, as in AccessRecordId
+    ids.Close();
+    return recordId;
+}
+
+int CNetFlowDatabase::TakeSharedRecordId() {
+    int recordId = LockRecordId();
+    if (recordId != -1)
+        return recordId;
+    // A fresh database: the id row is made apart, so that writers starting together do not fail on its
+    // key; whoever is first makes it.
+    m_Database.Rollback();
+    try {
+        m_Database.ExecuteSQL(
+            tpnf::FormatText(L"insert into %s (%s) values (0)", RECORD_ID_TABLE, RECORD_ID));
+    } catch (const CDBException&) {
+    }
+    recordId = LockRecordId();
+    if (recordId == -1)
+        throw CDBException(CDBException::errorNoCurrentRecord, L"No record id row\n");
+    return recordId;
 }

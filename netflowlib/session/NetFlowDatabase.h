@@ -6,8 +6,8 @@
 #include <mutex>
 
 #include "corelib/Database.h"
-#include "session/Messages.h"
 #include "packet/TPAbstractPacket.h"
+#include "session/Messages.h"
 #include "util/Types.h"
 
 class CNetFlowSession;
@@ -22,6 +22,17 @@ class CNetFlowSession;
 // write stores the whole queue in one transaction through the packets' PrepareSQL. Failures are kept in
 // m_strLastError and clear m_bStatusOK; from then on writes are refused and the queue only grows.
 // Database errors arrive as CDBException thrown by value.
+//
+// Locks: m_Lock guards the connection, the health flag and the error text, and is held for a whole
+// write. The queue has a lock of its own that a write holds only to take the queued packets (and to put
+// them back in front after a failure), so AddPacket never waits for a transaction; packets added during
+// a write go to the next one.
+//
+// Record ids: by default the next id is read in one transaction and the advanced id stored in another
+// after the rows, so two writers on one database can hand out the same ids (and one then fails on the
+// key). With SetSharedRecordIds(TRUE) each write reads and advances the id inside the transaction that
+// stores its rows, holding the id row against other writers until it commits (SQLite: an immediate
+// transaction; elsewhere "select ... for update"), so writers in any number of processes never collide.
 class CNetFlowDatabase {
 public:
     // Creates the object and starts its thread at once; m_hThread becomes ready with the exit code when
@@ -38,10 +49,18 @@ public:
     virtual BOOL InitInstance();
     virtual BOOL PreTranslateMessage(MSG* pMsg);
 
-    // Appends under m_Lock; the session calls it inside its own lock (session lock, then writer lock).
+    // Appends under the queue's lock, never waiting for a write; the session calls it inside its own lock.
     void AddPacket(CTPAbstractPacket* pPacket);
-    // Number of packets waiting to be stored.
+    // Packets not yet stored: those waiting and those of the write in progress.
     size_t GetQueuedCount();
+
+    // m_bStatusOK (the result) and m_strLastError as the last open or write left them, read without waiting
+    // for a write in progress (the members themselves are read under m_Lock, which a write holds).
+    BOOL PeekStatus(CString& lastError);
+
+    // Off by default. Set before the first write.
+    void SetSharedRecordIds(BOOL bShared);
+    BOOL GetSharedRecordIds() const { return m_bSharedRecordIds; }
 
     // Connects with "DSN=" + m_strDSN and creates the tables; 1 on success, else 0. Holds m_Lock.
     int OpenDatabase();
@@ -69,8 +88,28 @@ protected:
     void EndThread(int exitCode);
 
 private:
+    using PacketArray = CArray<CTPAbstractPacket*, CTPAbstractPacket*>;
+
     int Run();
     MSG GetMessage();
+
+    // OpenDatabase's work, under m_Lock.
+    int Connect();
+    // Copies the health flag and error text for PeekStatus.
+    void PublishStatus();
+    // Stores the batch taken from the queue: 1, or 0 with the failure recorded.
+    int WriteBatch(const PacketArray& batch);
+    // Begins a write transaction holding the id row and returns the next free id; -1 when there is no row.
+    int LockRecordId();
+    // LockRecordId, making the id row first on a fresh database; throws when there is still none.
+    int TakeSharedRecordId();
+
+    std::mutex m_IntakeLock; // guards m_Packets, m_nWriting and the published status
+    PacketArray m_Batch;     // the write in progress; its storage is kept for the next one
+    size_t m_nWriting = 0;
+    BOOL m_bPublishedOK = TRUE;
+    CString m_strPublishedError;
+    BOOL m_bSharedRecordIds = FALSE;
 
     std::mutex m_queueLock;
     std::condition_variable m_queueReady;

@@ -8,9 +8,8 @@
 
 namespace tpnf {
 
-inline std::string ToUtf8(std::wstring_view text) {
-    std::string out;
-    out.reserve(text.size());
+// Appends the UTF-8 form of text to out, so that a caller can reuse out's storage.
+inline void AppendUtf8(std::string& out, std::wstring_view text) {
     for (wchar_t wc : text) {
         uint32_t c = static_cast<uint32_t>(wc);
         if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
@@ -31,6 +30,12 @@ inline std::string ToUtf8(std::wstring_view text) {
             out += static_cast<char>(0x80 | (c & 0x3F));
         }
     }
+}
+
+inline std::string ToUtf8(std::wstring_view text) {
+    std::string out;
+    out.reserve(text.size());
+    AppendUtf8(out, text);
     return out;
 }
 

@@ -1,0 +1,53 @@
+#include "corelib/RowInserter.h"
+
+#include <sql.h>
+#include <sqlext.h>
+
+#include "corelib/ArrayInserter.h"
+#include "corelib/DBException.h"
+#include "corelib/Database.h"
+#include "corelib/ODBCCalls.h"
+#include "corelib/ValuesInserter.h"
+
+std::unique_ptr<CRowInserter> CRowInserter::Create(CDatabase& db, const std::string& table,
+                                                   const std::vector<CRecordsetColumn>& columns) {
+    // PostgreSQL 10 and later expand several arrays in one select list side by side, which turns a
+    // whole batch of rows into one parameter per column.
+    if (db.GetDBMSName() == L"PostgreSQL" && db.GetDBMSVersion() >= 10 && CArrayInserter::CanWrite(columns))
+        return std::make_unique<CArrayInserter>(db, table, columns);
+    return std::make_unique<CValuesInserter>(db, table, columns);
+}
+
+void* CRowInserter::AllocStatement() {
+    return m_db.AllocStatement();
+}
+
+void* CRowInserter::PrepareStatement(const std::string& sql) {
+    SQLHSTMT stmt = m_db.AllocStatement();
+    SQLRETURN rc = SQLPrepare(stmt, reinterpret_cast<SQLCHAR*>(const_cast<char*>(sql.c_str())), SQL_NTS);
+    if (!SQL_SUCCEEDED(rc)) {
+        CDBException error = CDBException::FromDiagnostics(rc, SQL_HANDLE_STMT, stmt);
+        tpnf::odbc::FreeStatement(stmt);
+        throw error;
+    }
+    return stmt;
+}
+
+void CRowInserter::StartWrite(std::function<void()> write) {
+    m_db.StartWrite(std::move(write));
+}
+
+void CRowInserter::FinishWrite() {
+    m_db.FinishWrite();
+}
+
+void CRowInserter::ThrowWriteFailure() {
+    m_db.ThrowWriteFailure();
+}
+
+std::string CRowInserter::InsertInto() const {
+    std::string text = "INSERT INTO " + m_table + " (";
+    for (size_t c = 0; c < m_columns.size(); ++c)
+        text += (c == 0 ? "" : ",") + m_columns[c].sqlName;
+    return text + ")";
+}

@@ -107,8 +107,8 @@ inline constexpr bool kRender = true;
 inline constexpr bool kRender = false;
 #endif
 
-// Decodes one input into a fresh packet of the given kind and checks it, and its copies, with
-// checkStructure(Packet&, const CByteArray& datagram); the render harness then renders them. The
+// Decodes one input into a fresh packet of the given kind, checks it with checkStructure(Packet&, const
+// CByteArray& datagram) and its copies by size; the render harness then renders them. The
 // invalid-argument exception a decoder raises on short or malformed data is where the receive loop
 // drops a datagram.
 template <class Packet, bool render = kRender, class StructureCheck>
@@ -134,8 +134,6 @@ int FuzzPacket(const uint8_t* data, size_t size, StructureCheck&& checkStructure
           "copy holds a different number of records");
     Check(copy.GetSenderIPAddress() == L"192.0.2.1" && assigned.GetSenderPort() == 2055,
           "copy lost the sender");
-    checkStructure(copy, datagram);
-    checkStructure(assigned, datagram);
 
     if constexpr (render) {
         const CString text = Exercise(packet);

@@ -1,7 +1,12 @@
 #pragma once
-// Shared by the harnesses: decode one input, then use the packet the way a host does (text, field lists,
-// protocol, times, copies). Only the failures the packet interface documents are accepted; anything else
-// that escapes, or a broken invariant, stops the run as a finding.
+// Shared by the harnesses. A packet harness is one file that names its packet kind and a structure check
+// (a function of the decoded packet and the datagram that needs no text); it is built twice:
+//  - decode harness: decode, sizes, cheap copies and the structure check, no text at all, so decoding is
+//    tried at the speed of decoding;
+//  - render harness (TPNF_FUZZ_RENDER): the same, then every text a host asks for (packet text, times,
+//    field lists) of the packet and of its copies.
+// Only the failures the packet interface documents are accepted; anything else that escapes, or a broken
+// invariant, stops the run as a finding.
 
 #include <cstddef>
 #include <cstdint>
@@ -20,6 +25,27 @@ namespace tpnf::fuzz {
 inline void Check(bool condition, const char* what) {
     if (!condition)
         Fail(what);
+}
+
+// Big-endian 16-bit word at offset of a datagram known to be long enough.
+inline unsigned Word16(const CByteArray& datagram, size_t offset) {
+    return (static_cast<unsigned>(datagram[offset]) << 8) | datagram[offset + 1];
+}
+
+// What any decoded packet promises without rendering: a size of -1 or more that IsEmpty agrees with, and
+// no record past the last one (the invalid-argument exception, or nothing for sFlow and unknown v8
+// schemes, with the arrays left as they were). Asking for a record past the end renders nothing.
+inline void CheckDecoded(CTPAbstractPacket& packet) {
+    const int64_t size = packet.GetSize();
+    Check(size >= -1, "GetSize below -1");
+    Check((packet.IsEmpty() != FALSE) == (size < 1), "IsEmpty disagrees with GetSize");
+    CUIntArray ids;
+    CStringArray values;
+    try {
+        packet.GetRecordFields(static_cast<int>(size < 0 ? 0 : size), ids, values);
+    } catch (const CInvalidArgException&) {
+    }
+    Check(ids.empty() && values.empty(), "GetRecordFields past the end filled the arrays");
 }
 
 // Kinds whose rendering may raise the invalid-argument exception: a v8 text runs over the header's
@@ -48,8 +74,6 @@ inline CString Exercise(CTPAbstractPacket& packet) {
     }
 
     const int64_t size = packet.GetSize();
-    Check(size >= -1, "GetSize below -1");
-    Check((packet.IsEmpty() != FALSE) == (size < 1), "IsEmpty disagrees with GetSize");
     CUIntArray ids;
     CStringArray values;
     for (int64_t i = 0; i < size; ++i) {
@@ -60,38 +84,36 @@ inline CString Exercise(CTPAbstractPacket& packet) {
         }
         Check(ids.size() == values.size(), "GetRecordFields left unpaired entries");
     }
-    // Past the last record: the invalid-argument exception (or nothing at all for sFlow and unknown v8
-    // schemes), and the arrays stay as they were.
-    const size_t before = ids.size();
-    try {
-        packet.GetRecordFields(static_cast<int>(size < 0 ? 0 : size), ids, values);
-    } catch (const CInvalidArgException&) {
-    }
-    Check(ids.size() == before && values.size() == before, "GetRecordFields past the end changed the arrays");
     return text;
 }
 
 // A copy of a decoded packet renders like the original (text: the original's, empty when it has none).
 template <class Packet>
 void ExerciseCopies(const Packet& packet, const CString& text) {
+    // A long text (a v8 count of up to 65535 headings from a 28-byte datagram) is not rendered again: its
+    // rendering dominated the run and the copies' records are compared by count and structure.
+    if (text.empty() || text.size() >= 65536)
+        return;
     Packet copy(packet);
     Packet assigned;
     assigned = packet;
-    Check(copy.GetSize() == packet.GetSize() && assigned.GetSize() == packet.GetSize(),
-          "copy holds a different number of records");
-    // A long text (a v8 count of up to 65535 headings from a 28-byte datagram) is not rendered again: its
-    // rendering dominated the run and the copies' records are compared by count above.
-    if (text.empty() || text.size() >= 65536)
-        return;
     Check(copy.ToString() == text, "copy renders differently");
     Check(assigned.ToString() == text, "assigned copy renders differently");
 }
 
-// Decodes one input into a fresh packet of the given kind. The invalid-argument exception a decoder
-// raises on short or malformed data is where the receive loop drops a datagram.
-template <class Packet>
-int DecodeAndExercise(const uint8_t* data, size_t size) {
-    CByteArray datagram(data, data + size);
+#ifdef TPNF_FUZZ_RENDER
+inline constexpr bool kRender = true;
+#else
+inline constexpr bool kRender = false;
+#endif
+
+// Decodes one input into a fresh packet of the given kind, checks it with checkStructure(Packet&, const
+// CByteArray& datagram) and its copies by size; the render harness then renders them. The
+// invalid-argument exception a decoder raises on short or malformed data is where the receive loop
+// drops a datagram.
+template <class Packet, bool render = kRender, class StructureCheck>
+int FuzzPacket(const uint8_t* data, size_t size, StructureCheck&& checkStructure) {
+    const CByteArray datagram(data, data + size);
     Packet packet;
     int result = 0;
     try {
@@ -102,9 +124,29 @@ int DecodeAndExercise(const uint8_t* data, size_t size) {
     if (result == 0)
         return 0;
     packet.SetSenderInfo(L"192.0.2.1", 2055);
-    const CString text = Exercise(packet);
-    ExerciseCopies(packet, text);
+    CheckDecoded(packet);
+    checkStructure(packet, datagram);
+
+    Packet copy(packet);
+    Packet assigned;
+    assigned = packet;
+    Check(copy.GetSize() == packet.GetSize() && assigned.GetSize() == packet.GetSize(),
+          "copy holds a different number of records");
+    Check(copy.GetSenderIPAddress() == L"192.0.2.1" && assigned.GetSenderPort() == 2055,
+          "copy lost the sender");
+
+    if constexpr (render) {
+        const CString text = Exercise(packet);
+        ExerciseCopies(packet, text);
+    }
     return 0;
+}
+
+// Decode, sizes, copies and every text in one harness, without a structure check: what every harness
+// did before the split. New harnesses use FuzzPacket.
+template <class Packet>
+int DecodeAndExercise(const uint8_t* data, size_t size) {
+    return FuzzPacket<Packet, true>(data, size, [](Packet&, const CByteArray&) {});
 }
 
 } // namespace tpnf::fuzz

@@ -1,6 +1,6 @@
-#include "FuzzPacket.h"
+#include "FuzzNetFlow.h"
 #include "netflow/NetFlowPacketV5.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    return tpnf::fuzz::DecodeAndExercise<CNetFlowPacketV5>(data, size);
+    return tpnf::fuzz::FuzzPacket<CNetFlowPacketV5>(data, size, tpnf::fuzz::kFixedPacket);
 }

@@ -1,5 +1,7 @@
 // Flow records made per second from decoded packets, on nfreplay's sample datagrams (v5: 30 records,
-// v9: 20 records of a 16-field template, sFlow: 8 flow samples with a 128-byte sampled header each).
+// v9: 20 records of a 16-field template, sFlow: 8 flow samples with a 128-byte sampled header each) and
+// on the v9 sample's records as an IPFIX message (the same 16 fields; its uptimes read with the init
+// time an options record announced before).
 // items_per_second is flows per second (sFlow: flow samples); allocs/datagram counts heap allocations
 // per call after the first. Also: the same with decoding, JSON lines per second, and rows per second
 // written to the flows table on SQLite (a private data source, as the tests make one) and on PostgreSQL
@@ -9,6 +11,7 @@
 #include <cstdlib>
 #include <new>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "corelib/Database.h"
@@ -16,10 +19,12 @@
 #include "flows/FlowJson.h"
 #include "flows/FlowMaker.h"
 #include "flows/FlowTable.h"
+#include "ipfix/IPFIXPacket.h"
 #include "netflow/NetFlowPacketV5.h"
 #include "netflow9/NetFlowPacketV9.h"
 #include "nfreplay/Samples.h"
 #include "sflow/SFlowPacket.h"
+#include "support/IPFIXDatagram.h"
 
 namespace {
 
@@ -55,19 +60,80 @@ CFlowContext Context(const CByteArray& datagram) {
     return context;
 }
 
+CDecodeContext DecodeContext() {
+    CDecodeContext decode;
+    decode.options.ipfix = true;
+    decode.exporter.bytes = {192, 0, 2, 1};
+    decode.exporter.length = 4;
+    decode.exporter.port = 2055;
+    return decode;
+}
+
+// A datagram and a maker ready for it: nfreplay's sample, or for IPFIX the v9 sample's template and
+// records in an IPFIX message, after a message that announced the template and the exporter's init time
+// (export time minus the v9 sample's uptime, so both give the same flow times) to the store and the maker.
+template <class Packet>
+CByteArray Sample(const char* sample, CFlowMaker& maker) {
+    const CByteArray datagram = tpnf::tools::MakeSample(sample);
+    if constexpr (!std::is_same_v<Packet, CIPFIXPacket>) {
+        return datagram;
+    } else {
+        // v9 header (20 bytes), template flowset (id, length, template id, count, specifiers), data flowset.
+        const auto word = [&datagram](size_t at) { return (datagram[at] << 8) | datagram[at + 1]; };
+        const size_t templateLength = word(22), fieldCount = word(26);
+        std::vector<tpnf::test::IPFIXFieldSpecifier> fields;
+        size_t recordLength = 0;
+        for (size_t i = 0; i < fieldCount; ++i) {
+            fields.push_back(
+                {static_cast<uint16_t>(word(28 + 4 * i)), static_cast<uint16_t>(word(30 + 4 * i))});
+            recordLength += fields.back().length;
+        }
+        const size_t data = 20 + templateLength;
+        const size_t records = (word(data + 2) - 4) / recordLength;
+        const CByteArray recordBytes(datagram.begin() + data + 4,
+                                     datagram.begin() + data + 4 + records * recordLength);
+        const uint32_t exportTime = 1700000000, sysUptime = 123456; // the v9 sample's header
+        const CByteArray announcement =
+            tpnf::test::IPFIXDatagram({.exportTime = exportTime})
+                .Template(256, fields)
+                .OptionsTemplate(257, {{143, 4}}, {{160, 8}})
+                .Data(257, tpnf::test::ByteBuilder().u32(1).u64(uint64_t(exportTime) * 1000 - sysUptime))
+                .build();
+        CIPFIXPacket packet;
+        packet.SetDecodeContext(DecodeContext());
+        packet.Decode(announcement);
+        std::vector<CFlowRecord> none;
+        maker.Append(packet, Context(announcement), none);
+        return tpnf::test::IPFIXDatagram({.exportTime = exportTime, .sequence = 1})
+            .Data(256, recordBytes)
+            .build();
+    }
+}
+
+template <class Packet>
+int DecodeSample(Packet& packet, const CByteArray& datagram) {
+    if constexpr (std::is_same_v<Packet, CIPFIXPacket>)
+        packet.SetDecodeContext(DecodeContext());
+    return packet.Decode(datagram);
+}
+
 // Flows of one decoded packet, made again and again into a vector that is cleared and reused.
 template <class Packet>
 void MakeFlows(benchmark::State& state, const char* sample) {
-    const CByteArray datagram = tpnf::tools::MakeSample(sample);
+    CFlowMaker maker;
+    const CByteArray datagram = Sample<Packet>(sample, maker);
     Packet packet;
-    if (packet.Decode(datagram) == 0) {
+    if (DecodeSample(packet, datagram) == 0) {
         state.SkipWithError("the sample does not decode");
         return;
     }
     const CFlowContext context = Context(datagram);
-    CFlowMaker maker;
     std::vector<CFlowRecord> flows;
     size_t made = maker.Append(packet, context, flows);
+    if (made == 0 || flows[0].IsNull(EFlowKey::FlowStart)) {
+        state.SkipWithError("the sample gives no flows with times");
+        return;
+    }
     const int64_t allocationsBefore = g_allocations;
     int64_t datagrams = 0;
     for (auto _ : state) {
@@ -85,15 +151,15 @@ void MakeFlows(benchmark::State& state, const char* sample) {
 // Decoding and making flows, as a collector does for each datagram.
 template <class Packet>
 void DecodeAndMakeFlows(benchmark::State& state, const char* sample) {
-    const CByteArray datagram = tpnf::tools::MakeSample(sample);
-    const CFlowContext context = Context(datagram);
     CFlowMaker maker;
+    const CByteArray datagram = Sample<Packet>(sample, maker);
+    const CFlowContext context = Context(datagram);
     std::vector<CFlowRecord> flows;
     size_t made = 0;
     int64_t datagrams = 0;
     for (auto _ : state) {
         Packet packet;
-        packet.Decode(datagram);
+        DecodeSample(packet, datagram);
         flows.clear();
         made = maker.Append(packet, context, flows);
         benchmark::DoNotOptimize(flows.data());
@@ -170,6 +236,9 @@ void MakeFlowsV9(benchmark::State& state) {
 void MakeFlowsSFlow(benchmark::State& state) {
     MakeFlows<CSFlowPacket>(state, "sflow");
 }
+void MakeFlowsIPFIX(benchmark::State& state) {
+    MakeFlows<CIPFIXPacket>(state, "v9");
+}
 void DecodeAndMakeFlowsV5(benchmark::State& state) {
     DecodeAndMakeFlows<CNetFlowPacketV5>(state, "v5");
 }
@@ -179,13 +248,18 @@ void DecodeAndMakeFlowsV9(benchmark::State& state) {
 void DecodeAndMakeFlowsSFlow(benchmark::State& state) {
     DecodeAndMakeFlows<CSFlowPacket>(state, "sflow");
 }
+void DecodeAndMakeFlowsIPFIX(benchmark::State& state) {
+    DecodeAndMakeFlows<CIPFIXPacket>(state, "v9");
+}
 
 BENCHMARK(MakeFlowsV5);
 BENCHMARK(MakeFlowsV9);
 BENCHMARK(MakeFlowsSFlow);
+BENCHMARK(MakeFlowsIPFIX);
 BENCHMARK(DecodeAndMakeFlowsV5);
 BENCHMARK(DecodeAndMakeFlowsV9);
 BENCHMARK(DecodeAndMakeFlowsSFlow);
+BENCHMARK(DecodeAndMakeFlowsIPFIX);
 BENCHMARK(FlowsJson);
 BENCHMARK(FlowTableSQLite)->Unit(benchmark::kMillisecond)->MinTime(2)->UseRealTime();
 BENCHMARK(FlowTablePostgreSQL)->Unit(benchmark::kMillisecond)->MinTime(2)->UseRealTime();

@@ -1,9 +1,10 @@
 // The flows layer: each input is decoded as every packet kind (decoders do not check the version word,
-// the socket picks the kind), every packet that decodes is turned into flows, and each flow into its
-// JSON line; the input is also read as a sampled packet header of each kind the parser knows. Beyond
-// the sanitizers, it checks what holds for any input: no more flows than the packet holds records or
-// samples, the keys every flow has, the ranges that the wire widths guarantee, one JSON object with
-// every key. No text of the packets is rendered, so it runs at decoding speed.
+// the socket picks the kind; IPFIX does, and its templates live in a store bounded per exporter), every
+// packet that decodes is turned into flows, and each flow into its JSON line; the input is also read as a
+// sampled packet header of each kind the parser knows. Beyond the sanitizers, it checks what holds for any
+// input: no more flows than the packet holds records or samples, the keys every flow has, the ranges that the
+// wire widths guarantee, one JSON object with every key. No text of the packets is rendered, so it runs at
+// decoding speed.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -15,6 +16,7 @@
 #include "flows/FlowJson.h"
 #include "flows/FlowMaker.h"
 #include "flows/SampledHeaderParser.h"
+#include "ipfix/IPFIXPacket.h"
 #include "netflow/NetFlowPacketV1.h"
 #include "netflow/NetFlowPacketV5.h"
 #include "netflow/NetFlowPacketV7.h"
@@ -86,6 +88,15 @@ void CheckFlow(const CFlowRecord& flow) {
 template <class Packet>
 void MakeFlows(const CByteArray& datagram, CFlowMaker& maker, std::vector<CFlowRecord>& flows) {
     Packet packet;
+    if constexpr (std::is_same_v<Packet, CIPFIXPacket>) {
+        CDecodeContext context;
+        context.options.ipfix = true;
+        context.options.maxTemplates = 64; // the store stays small across inputs
+        context.exporter.bytes = {192, 0, 2, 1};
+        context.exporter.length = 4;
+        context.exporter.port = 2055;
+        packet.SetDecodeContext(context);
+    }
     try {
         if (packet.Decode(datagram) == 0)
             return;
@@ -97,7 +108,8 @@ void MakeFlows(const CByteArray& datagram, CFlowMaker& maker, std::vector<CFlowR
     const size_t made = maker.Append(packet, CFlowContext::ForPacket(packet, kReceived), flows);
     Check(made == flows.size(), "count of flows made");
     const int64_t size = packet.GetSize();
-    if constexpr (std::is_same_v<Packet, CNetFlowPacketV9> || std::is_same_v<Packet, CSFlowPacket>)
+    if constexpr (std::is_same_v<Packet, CNetFlowPacketV9> || std::is_same_v<Packet, CSFlowPacket> ||
+                  std::is_same_v<Packet, CIPFIXPacket>)
         Check(static_cast<int64_t>(made) <= size, "more flows than records or samples");
     else
         Check(static_cast<int64_t>(made) == (size < 0 ? 0 : size), "one flow per record");
@@ -110,6 +122,12 @@ void MakeFlows(const CByteArray& datagram, CFlowMaker& maker, std::vector<CFlowR
             Check(flow.Get(K::FlowStart) == kReceived && flow.Get(K::FlowEnd) == kReceived, "sFlow times");
             Check(InRange(flow, K::InIf, 0, 0xFFFFFFFF) && InRange(flow, K::OutIf, 0, 0xFFFFFFFF),
                   "interface range");
+        } else if constexpr (std::is_same_v<Packet, CIPFIXPacket>) {
+            const CIPFIXHeader& header = packet.GetHeader();
+            Check(flow.Get(K::Sequence) == header.m_sequenceNumber &&
+                      flow.Get(K::ObservationDomain) == header.m_observationDomainId,
+                  "IPFIX sequence and domain");
+            Check(flow.GetProtocol() == EFlowProtocol::IPFIX, "IPFIX protocol");
         } else if constexpr (!std::is_same_v<Packet, CNetFlowPacketV9>) {
             Check(flow.Get(K::IpVersion) == 4, "NetFlow v1 to v8 carry IPv4");
             Check(InRange(flow, K::InIf, 0, 65535) && InRange(flow, K::OutIf, 0, 65535), "interface range");
@@ -128,6 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     MakeFlows<CNetFlowPacketV7>(datagram, maker, flows);
     MakeFlows<CNetFlowPacketV8>(datagram, maker, flows);
     MakeFlows<CNetFlowPacketV9>(datagram, maker, flows);
+    MakeFlows<CIPFIXPacket>(datagram, maker, flows);
     MakeFlows<CSFlowPacket>(datagram, maker, flows);
     for (uint32_t protocol :
          {CSampledHeaderParser::ETHERNET, CSampledHeaderParser::IPV4, CSampledHeaderParser::IPV6}) {

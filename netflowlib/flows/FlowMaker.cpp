@@ -3,9 +3,12 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <limits>
 
 #include "flows/SampledHeaderParser.h"
+#include "ipfix/IPFIXPacket.h"
 #include "netflow/NetFlowPacketV1.h"
 #include "netflow/NetFlowPacketV5.h"
 #include "netflow/NetFlowPacketV7.h"
@@ -108,14 +111,22 @@ const auto& RecordsOf(const Packet& packet) {
     return const_cast<Packet&>(packet).GetRecords();
 }
 
-// A v9 field value as an unsigned big-endian number of 1 to 8 bytes; false for other lengths. A value
-// beyond the 64-bit signed range is kept at its largest value.
-bool UnsignedValue(const CByteArray& value, int64_t& out) {
+// The bytes of a value of 1 to 8 bytes as one big-endian number; false for other lengths.
+bool Bits(const CByteArray& value, uint64_t& out) {
     if (value.empty() || value.size() > 8)
         return false;
-    uint64_t number = 0;
+    out = 0;
     for (uint8_t b : value)
-        number = (number << 8) | b;
+        out = (out << 8) | b;
+    return true;
+}
+
+// A v9 or IPFIX field value as an unsigned big-endian number of 1 to 8 bytes; false for other lengths. A
+// value beyond the 64-bit signed range is kept at its largest value.
+bool UnsignedValue(const CByteArray& value, int64_t& out) {
+    uint64_t number;
+    if (!Bits(value, number))
+        return false;
     out = number > uint64_t(std::numeric_limits<int64_t>::max()) ? std::numeric_limits<int64_t>::max()
                                                                  : static_cast<int64_t>(number);
     return true;
@@ -283,13 +294,96 @@ void AppendSFlowSample(const Sample& sample, const CFlowRecord& base, uint32_t v
         flows.pop_back();
 }
 
-// The keys of one v9 data record, field by field, in template order. A key with a preferred field and
-// a fallback (IN_BYTES, else OUT_BYTES) takes the preferred one wherever the two stand; keys made of
-// several fields (IP version, ICMP type and code) are settled by Finish.
+// IANA information elements IPFIX adds to the v9 field types that flows read (RFC 7011, RFC 5477, IANA's
+// IPFIX registry).
+enum EIPFIXElement : int {
+    ICMP_TYPE_CODE_IPV6 = 139,
+    FLOW_START_SECONDS = 150,
+    FLOW_END_SECONDS = 151,
+    FLOW_START_MILLISECONDS = 152,
+    FLOW_END_MILLISECONDS = 153,
+    FLOW_START_MICROSECONDS = 154,
+    FLOW_END_MICROSECONDS = 155,
+    FLOW_START_NANOSECONDS = 156,
+    FLOW_END_NANOSECONDS = 157,
+    FLOW_START_DELTA_MICROSECONDS = 158,
+    FLOW_END_DELTA_MICROSECONDS = 159,
+    SYSTEM_INIT_TIME_MILLISECONDS = 160,
+    ICMP_TYPE_IPV4 = 176,
+    ICMP_CODE_IPV4 = 177,
+    ICMP_TYPE_IPV6 = 178,
+    ICMP_CODE_IPV6 = 179,
+    SAMPLING_PACKET_INTERVAL = 305,
+    SAMPLING_PACKET_SPACE = 306,
+    SAMPLING_SIZE = 309,
+    SAMPLING_POPULATION = 310,
+    SAMPLING_PROBABILITY = 311,
+};
+
+// Milliseconds since 1970 (rounded down) of an NTP timestamp, as RFC 7011 encodes dateTimeMicroseconds
+// and dateTimeNanoseconds: seconds since 1900, then a binary fraction of a second (the bits a
+// microsecond value must ignore are far below a millisecond). Seconds with the top bit clear are taken
+// as the era from 2036 on (RFC 5905's convention). False for a value of other than 8 bytes, or all zeros
+// (no time).
+bool NtpMilliseconds(const CByteArray& value, int64_t& ms) {
+    uint64_t bits;
+    if (value.size() != 8 || !Bits(value, bits) || bits == 0)
+        return false;
+    int64_t seconds = static_cast<int64_t>(bits >> 32);
+    const uint64_t fraction = bits & 0xFFFFFFFF;
+    if (seconds < 0x80000000)
+        seconds += int64_t(1) << 32;
+    ms = (seconds - 2208988800) * 1000 + static_cast<int64_t>((fraction * 1000) >> 32);
+    return true;
+}
+
+// An IEEE 754 value of 8 bytes, or of 4 (RFC 7011's reduced-size float64).
+bool FloatValue(const CByteArray& value, double& out) {
+    uint64_t bits;
+    if ((value.size() != 8 && value.size() != 4) || !Bits(value, bits))
+        return false;
+    if (value.size() == 8) {
+        std::memcpy(&out, &bits, sizeof out);
+    } else {
+        const uint32_t narrow = static_cast<uint32_t>(bits);
+        float single;
+        std::memcpy(&single, &narrow, sizeof single);
+        out = single;
+    }
+    return true;
+}
+
+// A flow's start or end as the finest of the time elements a record carries.
+struct CFlowTime {
+    int64_t ms = 0;
+    int precision = 0; // 0: none; higher is finer, and a later element of the same precision wins
+
+    void Offer(int64_t value, int elementPrecision) {
+        if (elementPrecision >= precision) {
+            ms = value;
+            precision = elementPrecision;
+        }
+    }
+};
+
+// The keys of one v9 or IPFIX data record, field by field, in template order. A key with a preferred
+// field and a fallback (IN_BYTES, else OUT_BYTES) takes the preferred one wherever the two stand; keys
+// made of several fields (IP version, ICMP type and code, times from uptimes, IPFIX sampling) are settled
+// by Finish.
 class CTemplateFields {
 public:
+    // NetFlow v9: uptimes are read against the header's export time and uptime.
     CTemplateFields(CFlowRecord& flow, int64_t exportTime, uint32_t sysUptime)
         : m_flow(flow), m_exportTime(exportTime), m_sysUptime(sysUptime) {}
+
+    // IPFIX: export time in ms; uptimes need the exporter's system init time (ms since 1970, -1: unknown),
+    // which the record's own systemInitTimeMilliseconds replaces.
+    static CTemplateFields IPFIX(CFlowRecord& flow, int64_t exportTime, int64_t initTime) {
+        CTemplateFields fields(flow, exportTime, 0);
+        fields.m_ipfix = true;
+        fields.m_initTime = initTime;
+        return fields;
+    }
 
     void Take(int type, const CByteArray& value, bool scope) {
         m_scope = m_scope || scope;
@@ -365,18 +459,18 @@ public:
             SetIntegerField(m_flow, K::DstAs, value);
             break;
         case CNetFlowField::FIRST_SWITCHED:
-        case CNetFlowField::LAST_SWITCHED: {
-            int64_t uptime;
-            if (UnsignedValue(value, uptime))
-                m_flow.Set(type == CNetFlowField::FIRST_SWITCHED ? K::FlowStart : K::FlowEnd,
-                           TimeOfUptime(m_exportTime, m_sysUptime, static_cast<uint32_t>(uptime)));
+            UnsignedValue(value, m_startUptime);
             break;
-        }
+        case CNetFlowField::LAST_SWITCHED:
+            UnsignedValue(value, m_endUptime);
+            break;
         case CNetFlowField::SAMPLING_INTERVAL:
         case CNetFlowField::FLOW_SAMPLER_RANDOM_INTERVAL: {
             int64_t rate;
-            if (UnsignedValue(value, rate) && rate != 0)
+            if (UnsignedValue(value, rate) && rate != 0) {
                 m_flow.Set(K::SamplingRate, rate);
+                m_sampled = true;
+            }
             break;
         }
         case CNetFlowField::IN_SRC_MAC:
@@ -412,32 +506,163 @@ public:
         }
     }
 
+    // An IPFIX field: IANA elements 1 to 127 are the v9 field types; enterprise elements, RFC 5103's
+    // reverse elements among them, are not read (a biflow gives one flow, of its forward direction).
+    void Take(const CIPFIXField& field) {
+        m_scope = m_scope || field.IsScope();
+        if (field.IsEnterprise())
+            return;
+        const CByteArray& value = field.GetValueBytes();
+        const int id = field.GetElementId();
+        int64_t number;
+        switch (id) {
+        case ICMP_TYPE_CODE_IPV6:
+            UnsignedValue(value, m_icmpType);
+            break;
+        case ICMP_TYPE_IPV4:
+        case ICMP_TYPE_IPV6:
+            UnsignedValue(value, m_icmpTypeOnly);
+            break;
+        case ICMP_CODE_IPV4:
+        case ICMP_CODE_IPV6:
+            UnsignedValue(value, m_icmpCodeOnly);
+            break;
+        case FLOW_START_SECONDS:
+        case FLOW_END_SECONDS:
+            if (UnsignedValue(value, number) && number <= 0xFFFFFFFF)
+                TimeOf(id == FLOW_START_SECONDS).Offer(number * 1000, 2);
+            break;
+        case FLOW_START_MILLISECONDS:
+        case FLOW_END_MILLISECONDS:
+            if (UnsignedValue(value, number))
+                TimeOf(id == FLOW_START_MILLISECONDS).Offer(number, 3);
+            break;
+        case FLOW_START_MICROSECONDS:
+        case FLOW_END_MICROSECONDS:
+            if (NtpMilliseconds(value, number))
+                TimeOf(id == FLOW_START_MICROSECONDS).Offer(number, 4);
+            break;
+        case FLOW_START_NANOSECONDS:
+        case FLOW_END_NANOSECONDS:
+            if (NtpMilliseconds(value, number))
+                TimeOf(id == FLOW_START_NANOSECONDS).Offer(number, 5);
+            break;
+        case FLOW_START_DELTA_MICROSECONDS:
+        case FLOW_END_DELTA_MICROSECONDS:
+            // Microseconds before the export time.
+            if (UnsignedValue(value, number) && number <= 0xFFFFFFFF)
+                TimeOf(id == FLOW_START_DELTA_MICROSECONDS)
+                    .Offer(FloorDiv(m_exportTime * 1000 - number, 1000), 1);
+            break;
+        case SYSTEM_INIT_TIME_MILLISECONDS:
+            if (UnsignedValue(value, number))
+                m_recordInitTime = number;
+            break;
+        case SAMPLING_PACKET_INTERVAL:
+            UnsignedValue(value, m_packetInterval);
+            break;
+        case SAMPLING_PACKET_SPACE:
+            UnsignedValue(value, m_packetSpace);
+            break;
+        case SAMPLING_SIZE:
+            UnsignedValue(value, m_sampleSize);
+            break;
+        case SAMPLING_POPULATION:
+            UnsignedValue(value, m_population);
+            break;
+        case SAMPLING_PROBABILITY:
+            FloatValue(value, m_probability);
+            break;
+        default:
+            if (id < 128)
+                Take(id, value, false);
+            break;
+        }
+    }
+
     // False for a record of an options template (it has scope fields): it describes the exporter, not
     // traffic.
     bool IsFlow() const { return !m_scope; }
+
+    // The record's own systemInitTimeMilliseconds, -1 when it has none.
+    int64_t RecordInitTime() const { return m_recordInitTime; }
 
     void Finish() {
         if (m_ipVersion == 4 || m_ipVersion == 6)
             m_flow.Set(K::IpVersion, m_ipVersion);
         else if (!m_flow.IsNull(K::SrcAddr) || !m_flow.IsNull(K::DstAddr))
             m_flow.Set(K::IpVersion, AddressVersion(m_flow));
-        // ICMP type and code in their own field go where NetFlow's ports carry them.
+        // ICMP type and code in their own fields go where NetFlow's ports carry them.
+        if (m_icmpType < 0 && m_icmpTypeOnly >= 0 && m_icmpTypeOnly <= 255 && m_icmpCodeOnly <= 255)
+            m_icmpType = m_icmpTypeOnly * 256 + std::max<int64_t>(m_icmpCodeOnly, 0);
         if (m_icmpType >= 0 && m_icmpType <= Largest(K::DstPort) &&
             (m_flow.IsNull(K::DstPort) || m_flow.Get(K::DstPort) == 0)) {
             m_flow.Set(K::DstPort, m_icmpType);
             if (m_flow.IsNull(K::SrcPort))
                 m_flow.Set(K::SrcPort, 0);
         }
+        FinishTimes();
+        if (m_ipfix && !m_sampled)
+            FinishIPFIXSampling();
     }
 
 private:
+    static int64_t FloorDiv(int64_t a, int64_t b) { return a / b - (a % b != 0 && (a < 0) != (b < 0)); }
+
+    CFlowTime& TimeOf(bool start) { return start ? m_start : m_end; }
+
+    // Absolute times first; otherwise uptimes, which an IPFIX record can read only with its exporter's
+    // init time. IPFIX's uptime at export is taken modulo 2^32, so that an uptime that wrapped (after 49.7
+    // days) still gives the time nearest the export, as v9's does.
+    void FinishTimes() {
+        uint32_t sysUptime = m_sysUptime;
+        bool uptimes = true;
+        if (m_ipfix) {
+            const int64_t initTime = m_recordInitTime >= 0 ? m_recordInitTime : m_initTime;
+            uptimes = initTime >= 0;
+            sysUptime = static_cast<uint32_t>(static_cast<uint64_t>(m_exportTime - initTime));
+        }
+        auto finish = [&](K key, const CFlowTime& time, int64_t uptime) {
+            if (time.precision > 0)
+                m_flow.Set(key, time.ms);
+            else if (uptimes && uptime >= 0)
+                m_flow.Set(key, TimeOfUptime(m_exportTime, sysUptime, static_cast<uint32_t>(uptime)));
+        };
+        finish(K::FlowStart, m_start, m_startUptime);
+        finish(K::FlowEnd, m_end, m_endUptime);
+    }
+
+    // RFC 5477's sampling in the record, when no sampling interval gave the rate: n of every n + space
+    // packets, n of a population, or a probability; the rate is rounded to the nearest integer.
+    void FinishIPFIXSampling() {
+        constexpr int64_t kLimit = 0xFFFFFFFF;
+        int64_t rate = 0;
+        if (m_packetInterval > 0 && m_packetInterval <= kLimit && m_packetSpace <= kLimit)
+            rate = (2 * (m_packetInterval + std::max<int64_t>(m_packetSpace, 0)) + m_packetInterval) /
+                   (2 * m_packetInterval);
+        else if (m_sampleSize > 0 && m_sampleSize <= kLimit && m_population >= m_sampleSize &&
+                 m_population <= kLimit)
+            rate = (2 * m_population + m_sampleSize) / (2 * m_sampleSize);
+        else if (m_probability > 0 && m_probability <= 1 && 1 / m_probability <= double(kLimit))
+            rate = std::llround(1 / m_probability);
+        if (rate >= 1)
+            m_flow.Set(K::SamplingRate, rate);
+    }
+
     CFlowRecord& m_flow;
     const int64_t m_exportTime;
     const uint32_t m_sysUptime;
+    bool m_ipfix = false;
     bool m_scope = false;
     bool m_inBytes = false, m_inPackets = false, m_inSrcMac = false, m_inDstMac = false, m_srcVlan = false;
-    int64_t m_icmpType = -1;
+    bool m_sampled = false;
+    int64_t m_icmpType = -1, m_icmpTypeOnly = -1, m_icmpCodeOnly = -1;
     int64_t m_ipVersion = 0;
+    int64_t m_startUptime = -1, m_endUptime = -1;
+    CFlowTime m_start, m_end;
+    int64_t m_initTime = -1, m_recordInitTime = -1;
+    int64_t m_packetInterval = 0, m_packetSpace = 0, m_sampleSize = 0, m_population = 0;
+    double m_probability = 0;
 };
 
 } // namespace
@@ -467,6 +692,8 @@ size_t CFlowMaker::Append(const CTPAbstractPacket& packet, const CFlowContext& c
         AppendV5(*v5, context, flows);
     else if (const auto* v9 = dynamic_cast<const CNetFlowPacketV9*>(&packet))
         AppendV9(*v9, context, flows);
+    else if (const auto* ipfix = dynamic_cast<const CIPFIXPacket*>(&packet))
+        AppendIPFIX(*ipfix, context, flows);
     else if (const auto* sflow = dynamic_cast<const CSFlowPacket*>(&packet))
         AppendSFlow(*sflow, context, flows);
     else if (const auto* v1 = dynamic_cast<const CNetFlowPacketV1*>(&packet))
@@ -475,9 +702,6 @@ size_t CFlowMaker::Append(const CTPAbstractPacket& packet, const CFlowContext& c
         AppendV7(*v7, context, flows);
     else if (const auto* v8 = dynamic_cast<const CNetFlowPacketV8*>(&packet))
         AppendV8(*v8, context, flows);
-    // IPFIX, once its packet kind is in the library: one more branch whose records go through
-    // CTemplateFields too (IANA elements 1 to 127 are the v9 field types), with the elements IPFIX adds
-    // (flowStart/End seconds to nanoseconds 150-157, icmpTypeCodeIPv6 139).
     return flows.size() - before;
 }
 
@@ -618,6 +842,57 @@ void CFlowMaker::AppendV9(const CNetFlowPacketV9& packet, const CFlowContext& co
         else
             flows.pop_back();
     }
+}
+
+void CFlowMaker::AppendIPFIX(const CIPFIXPacket& packet, const CFlowContext& context,
+                             std::vector<CFlowRecord>& flows) {
+    const CIPFIXHeader& header = packet.GetHeader();
+    CFlowRecord base = PacketFlow(context, EFlowProtocol::IPFIX);
+    base.Set(K::Sequence, header.m_sequenceNumber);
+    base.Set(K::ObservationDomain, header.m_observationDomainId);
+    const int64_t exportTime = int64_t(header.m_exportTime) * 1000;
+    const CExporterDomain exporter{context.exporter.bytes, context.exporter.length,
+                                   header.m_observationDomainId};
+    int64_t initTime = m_initTimes.Find(exporter);
+    for (const CIPFIXRecord& record : packet.GetRecords()) {
+        auto fields = CTemplateFields::IPFIX(flows.emplace_back(base), exportTime, initTime);
+        record.ForEachField([&fields](const CIPFIXField& field) { fields.Take(field); });
+        if (fields.IsFlow()) {
+            fields.Finish();
+            continue;
+        }
+        flows.pop_back();
+        // An options record announcing the exporter's init time: later records and messages use it.
+        if (fields.RecordInitTime() >= 0) {
+            initTime = fields.RecordInitTime();
+            m_initTimes.Remember(exporter, initTime);
+        }
+    }
+}
+
+size_t CFlowMaker::CExporterDomainHash::operator()(const CExporterDomain& key) const {
+    // FNV-1a over the address and the domain.
+    uint64_t hash = 14695981039346656037ull;
+    auto mix = [&hash](uint8_t byte) { hash = (hash ^ byte) * 1099511628211ull; };
+    for (size_t i = 0; i < key.length && i < key.address.size(); ++i)
+        mix(key.address[i]);
+    mix(key.length);
+    for (int shift = 24; shift >= 0; shift -= 8)
+        mix(static_cast<uint8_t>(key.domain >> shift));
+    return static_cast<size_t>(hash);
+}
+
+int64_t CFlowMaker::CInitTimes::Find(const CExporterDomain& key) const {
+    if (m_times.empty())
+        return -1;
+    const auto found = m_times.find(key);
+    return found == m_times.end() ? -1 : found->second;
+}
+
+void CFlowMaker::CInitTimes::Remember(const CExporterDomain& key, int64_t initTime) {
+    if (m_times.size() >= MAX_EXPORTERS && m_times.find(key) == m_times.end())
+        m_times.erase(m_times.begin());
+    m_times[key] = initTime;
 }
 
 void CFlowMaker::AppendSFlow(const CSFlowPacket& packet, const CFlowContext& context,

@@ -1,19 +1,23 @@
 #!/usr/bin/python3
 # Writes flows.expected: tshark's reading of the flows in the real captures of this folder (the
-# NetFlow v9 datagrams of softflowd, the sFlow datagrams of pmacct), which the flows test compares
-# with the flow records the library makes of the same datagrams.
+# NetFlow v9 datagrams of softflowd, the sFlow datagrams of pmacct, the IPFIX messages of softflowd,
+# softflowd with biflows and pmacct), which the flows test compares with the flow records the library
+# makes of the same datagrams.
 #
 # Each stored datagram is wrapped in a UDP packet (scapy), tshark decodes them (-T pdml, Wireshark's
-# NetFlow and sFlow dissectors, including the sampled packet headers), and the values of each flow are
-# written out as tshark shows them, "-" where it shows none. The only arithmetic here: a NetFlow flow's
-# start and end in ms since 1970, from tshark's export seconds, sysUptime and start/end uptimes:
-# export - (sysUptime - uptime), the difference taken as a signed 32-bit number of ms.
+# NetFlow/IPFIX and sFlow dissectors, including the sampled packet headers), and the values of each flow
+# are written out as tshark shows them, "-" where it shows none. The only arithmetic here: a flow's start
+# and end in ms since 1970. NetFlow v9 and IPFIX uptimes: export - (sysUptime - uptime), the difference
+# taken as a signed 32-bit number of ms, where IPFIX's sysUptime is export - the system init time that an
+# options record of the same exporter announced earlier. IPFIX absolute times: tshark's UTC date.
 #
 # Needs tshark and python3-scapy (Debian: tshark python3-scapy). Run: /usr/bin/python3 tests/data/make_flows_expected.py
+import calendar
 import os
 import subprocess
 import sys
 import tempfile
+import time
 import xml.etree.ElementTree as ET
 
 from scapy.all import IP, UDP, Ether, Raw, wrpcap
@@ -21,7 +25,9 @@ from scapy.all import IP, UDP, Ether, Raw, wrpcap
 HERE = os.path.dirname(os.path.abspath(__file__))
 # The datagrams of one exporter go into one capture, in order: later v9 datagrams need earlier templates.
 CAPTURES = [("v9", ["v9_softflowd_1.bin", "v9_softflowd_2.bin"], 2055, "cflow"),
-            ("sflow", ["sflow_pmacct_1.bin", "sflow_pmacct_2.bin"], 6343, "sflow")]
+            ("sflow", ["sflow_pmacct_1.bin", "sflow_pmacct_2.bin"], 6343, "sflow")] + \
+           [("ipfix", ["ipfix_%s_%d.bin" % (exporter, n) for n in range(1, count + 1)], 4739, "cflow")
+            for exporter, count in (("softflowd", 2), ("softflowd_bidir", 3), ("pmacct", 10))]
 
 
 def decode(names, port, dissector):
@@ -82,6 +88,67 @@ def v9_lines(name, root):
     return lines
 
 
+def date_ms(text):
+    """tshark's "Nov 14, 2023 22:13:20.500000000 UTC" as ms since 1970."""
+    stamp, _, fraction = text.replace(" UTC", "").partition(".")
+    return calendar.timegm(time.strptime(stamp, "%b %d, %Y %H:%M:%S")) * 1000 + int((fraction + "000")[:3])
+
+
+def either(element, *fields):
+    """The first of the fields that tshark shows under element, or "-"."""
+    for field in fields:
+        value = first(element, field)
+        if value != "-":
+            return value
+    return "-"
+
+
+def hex_or_dash(text):
+    return str(int(text, 16)) if text != "-" else "-"
+
+
+def ipfix_lines(name, root, state):
+    """state: the options template ids and the system init time of the capture's exporter so far."""
+    proto = next(p for p in root.iter("proto") if p.get("name") == "cflow")
+    export_ms = int(first(proto, "cflow.exporttime")) * 1000
+    lines = []
+    for data_set in proto:
+        title = data_set.get("show") or ""
+        if "(Options Template)" in title:
+            state["options"].add(title.rsplit(" ", 1)[1])
+        if not (data_set.get("name") == "" and title.startswith("Set ") and "flows)" in title):
+            continue
+        options = title.split("[id=")[1].split("]")[0] in state["options"]
+        for flow in data_set:
+            if not (flow.get("name") == "" and (flow.get("show") or "").startswith("Flow ")):
+                continue
+            if options:  # an options record: not a flow, but it may announce the init time
+                if first(flow, "cflow.sys_init_time") != "-":
+                    state["init_ms"] = date_ms(first(flow, "cflow.sys_init_time"))
+                continue
+            times = []
+            for absolute, uptime in (("cflow.abstimestart", "cflow.timestart"), ("cflow.abstimeend", "cflow.timeend")):
+                if first(flow, absolute) != "-":
+                    times.append(str(date_ms(first(flow, absolute))))
+                elif first(flow, uptime) != "-" and state["init_ms"] is not None:
+                    sys_uptime = (export_ms - state["init_ms"]) & 0xFFFFFFFF
+                    times.append(str(export_ms - signed32(sys_uptime - ms(first(flow, uptime)))))
+                else:
+                    times.append("-")
+            lines.append(" ".join([
+                "ipfix", name, either(flow, "cflow.srcaddr", "cflow.srcaddrv6"),
+                either(flow, "cflow.dstaddr", "cflow.dstaddrv6"), first(flow, "cflow.srcport"),
+                first(flow, "cflow.dstport"),
+                hex_or_dash(either(flow, "cflow.icmp_type_code_ipv4", "cflow.icmp_type_code_ipv6")),
+                first(flow, "cflow.protocol"), first(flow, "cflow.octets"), first(flow, "cflow.packets"),
+                first(flow, "cflow.inputint"), first(flow, "cflow.outputint")] + times + [
+                first(flow, "cflow.ip_version"), hex_or_dash(first(flow, "cflow.tos")),
+                hex_or_dash(first(flow, "cflow.tcpflags")), either(flow, "cflow.srcmac", "cflow.post_srcmac"),
+                either(flow, "cflow.dstmac", "cflow.post_dstmac"), either(flow, "cflow.vlanid", "cflow.post_vlanid"),
+                first(proto, "cflow.sequence"), first(proto, "cflow.od_id")]))
+    return lines
+
+
 def sflow_lines(name, root):
     proto = next(p for p in root.iter("proto") if p.get("name") == "sflow")
     lines = []
@@ -125,13 +192,21 @@ def main():
              "# v9 FILE SRC DST SRC_PORT DST_PORT ICMP_TYPE_CODE PROTO OCTETS PACKETS IN_IF OUT_IF START_MS END_MS",
              "# sflow FILE SRC DST SRC_PORT DST_PORT ICMP_TYPE_CODE PROTO FRAME_LENGTH IN_IF OUT_IF SAMPLING_RATE "
              "SOURCE_INDEX SWITCH_VLAN TAG_VLAN SRC_MAC DST_MAC TOS TCP_FLAGS",
+             "# ipfix FILE SRC DST SRC_PORT DST_PORT ICMP_TYPE_CODE PROTO OCTETS PACKETS IN_IF OUT_IF START_MS END_MS "
+             "IP_VERSION TOS TCP_FLAGS SRC_MAC DST_MAC VLAN SEQUENCE DOMAIN",
              "# \"-\" where tshark shows no value"]
     for kind, names, port, dissector in CAPTURES:
+        state = {"options": set(), "init_ms": None}
         for name, packet in zip(names, decode(names, port, dissector)):
-            lines += v9_lines(name, packet) if kind == "v9" else sflow_lines(name, packet)
+            if kind == "v9":
+                lines += v9_lines(name, packet)
+            elif kind == "sflow":
+                lines += sflow_lines(name, packet)
+            else:
+                lines += ipfix_lines(name, packet, state)
     with open(os.path.join(HERE, "flows.expected"), "w") as out:
         out.write("\n".join(lines) + "\n")
-    print("%d flows" % (len(lines) - 4), file=sys.stderr)
+    print("%d flows" % sum(1 for line in lines if not line.startswith("#")), file=sys.stderr)
 
 
 if __name__ == "__main__":

@@ -10,8 +10,10 @@
 #include <vector>
 
 #include "flows/FlowTestSupport.h"
+#include "ipfix/IPFIXPacket.h"
 #include "netflow9/NetFlowPacketV9.h"
 #include "sflow/SFlowPacket.h"
+#include "support/DecodeContext.h"
 
 using namespace tpnf::test;
 using K = EFlowKey;
@@ -53,6 +55,25 @@ std::vector<std::vector<CFlowRecord>> FlowsOfFiles(const std::vector<std::string
     return result;
 }
 
+// The flows of each IPFIX message of one exporter in turn, decoded as a session would for that exporter
+// (its templates and init time apply to its own later messages).
+std::vector<std::vector<CFlowRecord>> IPFIXFlowsOfFiles(const std::vector<std::string>& files,
+                                                        const CExporterAddress& exporter) {
+    std::vector<std::vector<CFlowRecord>> result;
+    CFlowMaker maker;
+    for (const std::string& file : files) {
+        const CByteArray datagram = ReadData(file);
+        CIPFIXPacket packet;
+        packet.SetDecodeContext(GlobalScope(exporter));
+        EXPECT_EQ(packet.Decode(datagram), 1) << file;
+        EXPECT_EQ(packet.GetNotes().unknownTemplateSets, 0) << file;
+        CFlowContext context = Context(1795294252500, &datagram);
+        context.exporter = exporter;
+        maker.Append(packet, context, result.emplace_back());
+    }
+    return result;
+}
+
 // An integer key against tshark's text; "-" means null.
 void ExpectInteger(const CFlowRecord& flow, K key, const std::string& text) {
     if (text == "-")
@@ -71,6 +92,14 @@ void ExpectPorts(const CFlowRecord& flow, const std::string& src, const std::str
     }
     ExpectInteger(flow, K::SrcPort, src);
     ExpectInteger(flow, K::DstPort, dst);
+}
+
+// A text key against tshark's text; "-" means null.
+void ExpectText(const CFlowRecord& flow, K key, const std::string& text) {
+    if (text == "-")
+        EXPECT_TRUE(flow.IsNull(key)) << CFlowRecord::KeyName(key);
+    else
+        EXPECT_EQ(flow.Text(key), text) << CFlowRecord::KeyName(key);
 }
 
 // An sFlow interface value: 0x3FFFFFFF is the unknown interface.
@@ -140,5 +169,53 @@ TEST(RealCaptureFlows, PmacctSFlowAsTsharkReadsIt) {
             EXPECT_EQ(flow.Get(K::FlowStart), 1795294252500);
             EXPECT_EQ(flow.Get(K::FlowEnd), 1795294252500);
         }
+    }
+}
+
+TEST(RealCaptureFlows, IPFIXOfSoftflowdAndPmacctAsTsharkReadsIt) {
+    const struct {
+        std::string exporter;
+        int messages;
+        size_t flows;
+    } captures[] = {{"softflowd", 2, 45}, {"softflowd_bidir", 3, 45}, {"pmacct", 10, 46}};
+    uint8_t host = 1;
+    for (const auto& capture : captures) {
+        std::vector<std::string> files;
+        for (int n = 1; n <= capture.messages; ++n)
+            files.push_back("ipfix_" + capture.exporter + "_" + std::to_string(n) + ".bin");
+        // Each exporter from an address of its own: the three announce the same template ids.
+        const auto flows = IPFIXFlowsOfFiles(files, ExporterV4(127, 0, 0, host++, 40000));
+        size_t total = 0;
+        for (size_t f = 0; f < files.size(); ++f) {
+            const auto expected = Expected("ipfix", files[f]);
+            ASSERT_EQ(flows[f].size(), expected.size()) << files[f];
+            total += expected.size();
+            for (size_t i = 0; i < expected.size(); ++i) {
+                SCOPED_TRACE(files[f] + " flow " + std::to_string(i));
+                const CFlowRecord& flow = flows[f][i];
+                const auto& e = expected[i];
+                ExpectText(flow, K::SrcAddr, e[2]);
+                ExpectText(flow, K::DstAddr, e[3]);
+                ExpectPorts(flow, e[4], e[5], e[6]);
+                ExpectInteger(flow, K::Proto, e[7]);
+                ExpectInteger(flow, K::Bytes, e[8]);
+                ExpectInteger(flow, K::Packets, e[9]);
+                ExpectInteger(flow, K::InIf, e[10]);
+                ExpectInteger(flow, K::OutIf, e[11]);
+                ExpectInteger(flow, K::FlowStart, e[12]);
+                ExpectInteger(flow, K::FlowEnd, e[13]);
+                ExpectInteger(flow, K::IpVersion, e[14]);
+                ExpectInteger(flow, K::Tos, e[15]);
+                ExpectInteger(flow, K::TcpFlags, e[16]);
+                ExpectText(flow, K::SrcMac, e[17]);
+                ExpectText(flow, K::DstMac, e[18]);
+                ExpectInteger(flow, K::Vlan, e[19]);
+                ExpectInteger(flow, K::Sequence, e[20]);
+                ExpectInteger(flow, K::ObservationDomain, e[21]);
+                EXPECT_EQ(flow.Text(K::Protocol), "IPFIX");
+                EXPECT_EQ(flow.Get(K::SamplingRate), 1);
+            }
+        }
+        EXPECT_EQ(total, capture.flows) << capture.exporter;
     }
 }

@@ -1,5 +1,7 @@
 #include "session/NetFlowDatabase.h"
 
+#include <chrono>
+
 #include <sql.h>
 #include <sqlext.h>
 
@@ -251,7 +253,11 @@ int CNetFlowDatabase::WritePackets() {
         m_Batch.swap(m_Packets); // the emptied batch storage takes the next packets
         m_nWriting = m_Batch.size();
     }
+    const auto started = std::chrono::steady_clock::now();
     const int result = WriteBatch(m_Batch);
+    if (m_writeObserver)
+        m_writeObserver(std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(),
+                        result);
     {
         std::lock_guard<std::mutex> intake(m_IntakeLock);
         if (result == 0) // kept, in front of what arrived meanwhile

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <future>
 #include <mutex>
 
@@ -60,6 +61,11 @@ public:
 
     // Off by default. Set before the first write.
     void SetSharedRecordIds(BOOL bShared);
+    // Called on the writer's thread after each write of a non-empty batch with its duration in seconds
+    // and its result. None by default. Set before posting the first message.
+    void SetWriteObserver(std::function<void(double seconds, int result)> observer) {
+        m_writeObserver = std::move(observer);
+    }
     BOOL GetSharedRecordIds() const { return m_bSharedRecordIds; }
 
     // Connects with "DSN=" + m_strDSN and creates the tables; 1 on success, else 0. Holds m_Lock.
@@ -110,6 +116,7 @@ private:
     BOOL m_bPublishedOK = TRUE;
     CString m_strPublishedError;
     BOOL m_bSharedRecordIds = FALSE;
+    std::function<void(double, int)> m_writeObserver;
 
     std::mutex m_queueLock;
     std::condition_variable m_queueReady;

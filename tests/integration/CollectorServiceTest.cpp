@@ -21,6 +21,8 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using tpnf::test::CollectorProcess;
 using tpnf::test::CollectorResult;
+using tpnf::test::MetricsPort;
+using tpnf::test::Scrape;
 
 namespace {
 
@@ -168,40 +170,6 @@ TEST_F(CollectorServiceTest, HangUpMakesAMovedTraceDirectoryAgain) {
     EXPECT_TRUE(fs::exists(traces / "nf_trace_2.nfdmp"));
     EXPECT_NE(r.err.find("nfcollect: SIGHUP: output directories reopened\n"), std::string::npos) << r.err;
     EXPECT_NE(tpnf::test::LastLine(r.err).find("2 traced, 0 trace failures"), std::string::npos) << r.err;
-}
-
-// What curl reads from the endpoint, the sample lines only, by series.
-std::map<std::string, std::string> Scrape(int port) {
-    std::map<std::string, std::string> samples;
-    const std::string command = "curl -sf http://127.0.0.1:" + std::to_string(port) + "/metrics";
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr)
-        return samples;
-    char buffer[1024];
-    while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) {
-        std::string line(buffer);
-        if (line.empty() || line[0] == '#')
-            continue;
-        while (!line.empty() && line.back() == '\n')
-            line.pop_back();
-        const size_t space = line.rfind(' ');
-        samples[line.substr(0, space)] = line.substr(space + 1);
-    }
-    pclose(pipe);
-    return samples;
-}
-
-// The endpoint's port, from the line the collector prints when it starts.
-int MetricsPort(CollectorProcess& collector) {
-    const std::regex announced("metrics at http://127\\.0\\.0\\.1:([0-9]+)/metrics");
-    for (int i = 0; i < 500; ++i) {
-        std::smatch match;
-        const std::string err = collector.Err();
-        if (std::regex_search(err, match, announced))
-            return std::stoi(match[1].str());
-        std::this_thread::sleep_for(10ms);
-    }
-    return 0;
 }
 
 TEST_F(CollectorServiceTest, MetricsCountKnownTrafficPerExporterProtocolAndStore) {

@@ -20,7 +20,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <mutex>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -95,6 +97,16 @@ public:
             static_cast<ssize_t>(datagram.size()));
         std::this_thread::sleep_for(
             std::chrono::milliseconds(5)); // in order, and never faster than the collector reads
+    }
+    // At once, for floods: the collector may fall behind and the kernel drop.
+    void SendNow(int port, const std::vector<uint8_t>& datagram) const {
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(static_cast<uint16_t>(port));
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ASSERT_EQ(
+            sendto(m_fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+            static_cast<ssize_t>(datagram.size()));
     }
     int Port() const { return m_port; }
 
@@ -251,5 +263,39 @@ private:
     std::mutex m_terminalLock;
     std::string m_terminal;
 };
+
+// What curl reads from the endpoint, the sample lines only, by series.
+inline std::map<std::string, std::string> Scrape(int port) {
+    std::map<std::string, std::string> samples;
+    const std::string command = "curl -sf http://127.0.0.1:" + std::to_string(port) + "/metrics";
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return samples;
+    char buffer[1024];
+    while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) {
+        std::string line(buffer);
+        if (line.empty() || line[0] == '#')
+            continue;
+        while (!line.empty() && line.back() == '\n')
+            line.pop_back();
+        const size_t space = line.rfind(' ');
+        samples[line.substr(0, space)] = line.substr(space + 1);
+    }
+    pclose(pipe);
+    return samples;
+}
+
+// The endpoint's port, from the line the collector prints when it starts.
+inline int MetricsPort(CollectorProcess& collector) {
+    const std::regex announced("metrics at http://127\\.0\\.0\\.1:([0-9]+)/metrics");
+    for (int i = 0; i < 500; ++i) {
+        std::smatch match;
+        const std::string err = collector.Err();
+        if (std::regex_search(err, match, announced))
+            return std::stoi(match[1].str());
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return 0;
+}
 
 } // namespace tpnf::test

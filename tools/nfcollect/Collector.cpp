@@ -95,6 +95,7 @@ bool CCollector::Start() {
     if (!m_options.dsn.empty()) {
         m_pV9Store = std::make_unique<CV9Store>(tpnf::FromUtf8(m_options.dsn), m_options.maxQueue,
                                                 spillDir / "database", m_console, m_loop);
+        m_pV9Store->SetSharedRecordIds(m_options.sharedDb);
         m_stores.push_back(m_pV9Store.get());
     }
     if (!m_options.flowsDsn.empty()) {
@@ -123,16 +124,29 @@ bool CCollector::Start() {
             asio::post(m_loop, [this] { Shutdown(); });
             return true;
         };
-    auto worker = std::make_unique<CWorker>(settings);
-    std::error_code error;
-    if (!worker->Start(error)) {
-        m_console.Message("cannot listen on UDP port " + std::to_string(m_options.port) + ": " +
-                          error.message());
-        m_nExitCode = 1;
-        return false;
+    settings.listen = ListenAddressesOf(m_options);
+    settings.allow = AllowListOf(m_options);
+    settings.reusePort = m_options.workers > 1;
+    UINT port = 0;
+    for (int i = 0; i < m_options.workers; ++i) {
+        auto worker = std::make_unique<CWorker>(settings);
+        std::error_code error;
+        if (!worker->Start(error)) {
+            const std::string where =
+                worker->GetErrorAddress().empty() ? std::string() : " on " + worker->GetErrorAddress();
+            m_console.Message("cannot listen on UDP port " + std::to_string(settings.port) + where + ": " +
+                              error.message());
+            m_nExitCode = 1;
+            for (const auto& started : m_workers)
+                started->Stop();
+            m_workers.clear();
+            return false;
+        }
+        // Port 0: the other workers share the port the system chose for the first.
+        port = worker->GetLocalPort();
+        settings.port = port;
+        m_workers.push_back(std::move(worker));
     }
-    const UINT port = worker->GetLocalPort();
-    m_workers.push_back(std::move(worker));
 
     m_start = Clock::now();
     m_lastStatsLine = m_start;
@@ -140,12 +154,18 @@ bool CCollector::Start() {
     for (CStore* store : m_stores)
         store->Start();
     if (!m_options.quiet) {
+        std::string where = "listening on UDP port " + std::to_string(port);
+        if (!m_options.listen.empty()) {
+            where += " of";
+            for (size_t i = 0; i < m_options.listen.size(); ++i)
+                where += (i == 0 ? " " : ", ") + m_options.listen[i];
+        }
+        if (m_options.workers > 1)
+            where += " with " + std::to_string(m_options.workers) + " workers";
         if (m_options.trace)
-            m_console.Message("listening on UDP port " + std::to_string(port) + ", writing trace files to " +
-                              m_options.traceDir);
+            m_console.Message(where + ", writing trace files to " + m_options.traceDir);
         else
-            m_console.Message("listening on UDP port " + std::to_string(port) + ", " + m_options.format +
-                              " output");
+            m_console.Message(where + ", " + m_options.format + " output");
         if (m_pMetrics)
             m_console.Message("metrics at http://" +
                               m_options.metrics.substr(0, m_options.metrics.rfind(':') + 1) +
@@ -306,6 +326,14 @@ void CCollector::Finish() {
 void CCollector::UpdateMetrics() {
     if (!m_pMetrics)
         return;
+    uint64_t lost = 0;
+    uint64_t refused = 0;
+    for (const auto& worker : m_workers) {
+        const CWorker::Snapshot snapshot = worker->GetSnapshot();
+        lost += snapshot.statistics.lost;
+        refused += snapshot.statistics.refused;
+    }
+    m_pMetrics->SetReceiveTotals(lost, refused);
     for (CStore* store : m_stores)
         m_pMetrics->SetStore(store->GetName(), store->GetSnapshot());
     const CTemplateStoreSnapshot templates = CNetFlowTemplateManager::GetInstance()->GetSnapshot();
@@ -329,13 +357,17 @@ std::string CCollector::StatsLine() {
         s.decodeFailures += snapshot.statistics.decodeFailures;
         s.malformed += snapshot.statistics.malformed;
         s.packets += snapshot.statistics.packets;
+        s.lost += snapshot.statistics.lost;
+        s.refused += snapshot.statistics.refused;
         counts.packets += snapshot.counts.packets;
         counts.errors += snapshot.counts.errors;
         for (const auto& [protocol, n] : snapshot.counts.byProtocol)
             counts.byProtocol[protocol] += n;
     }
-    std::string line =
-        std::to_string(s.datagrams) + " datagrams, " + std::to_string(counts.packets) + " packets";
+    std::string line = std::to_string(s.datagrams) + " datagrams, ";
+    if (s.lost > 0)
+        line += std::to_string(s.lost) + " lost in the receive buffer, ";
+    line += std::to_string(counts.packets) + " packets";
     if (!counts.byProtocol.empty()) {
         line += " (";
         bool first = true;
@@ -347,6 +379,8 @@ std::string CCollector::StatsLine() {
     }
     line += ", " + std::to_string(counts.errors) + " decode errors";
     line += ", " + std::to_string(s.ignored + s.malformed) + " dropped";
+    if (!m_options.allow.empty() || s.refused > 0)
+        line += ", " + std::to_string(s.refused) + " refused";
     for (CStore* store : m_stores) {
         const CStore::Snapshot snapshot = store->GetSnapshot();
         line += ", " + store->Progress(snapshot);

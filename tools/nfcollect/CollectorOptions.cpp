@@ -2,6 +2,39 @@
 
 #include "common/CommandLine.h"
 
+namespace {
+
+bool ParseListenAddress(std::string text, asio::ip::address& address) {
+    if (text.size() > 2 && text.front() == '[' && text.back() == ']')
+        text = text.substr(1, text.size() - 2);
+    std::error_code error;
+    address = asio::ip::make_address(text, error);
+    return !error;
+}
+
+} // namespace
+
+std::vector<asio::ip::address> ListenAddressesOf(const CollectorOptions& options) {
+    std::vector<asio::ip::address> addresses;
+    for (const std::string& text : options.listen) {
+        asio::ip::address address;
+        if (ParseListenAddress(text, address))
+            addresses.push_back(address);
+    }
+    return addresses;
+}
+
+std::vector<CAddressPrefix> AllowListOf(const CollectorOptions& options) {
+    std::vector<CAddressPrefix> prefixes;
+    for (const std::string& text : options.allow) {
+        CAddressPrefix prefix;
+        std::string error;
+        if (CAddressPrefix::Parse(text, prefix, error))
+            prefixes.push_back(prefix);
+    }
+    return prefixes;
+}
+
 void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
     app.set_config("--config", "",
                    "read options from this file (TOML, or INI: one 'name = value' line per option, names\n"
@@ -13,9 +46,39 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
         ->configurable(false);
 
     app.add_option("-p,--port", options.port,
-                   "UDP port to listen on, on all IPv4 addresses (0: any free port)")
+                   "UDP port to listen on, on all IPv4 addresses unless --listen names others (0: any free\n"
+                   "port)")
         ->capture_default_str()
         ->check(CLI::Range(0, 65535));
+    app.add_option("--listen", options.listen,
+                   "address to listen on, IPv4 or IPv6, repeatable (one socket each, all on --port); :: is\n"
+                   "dual stack, taking IPv4 senders too unless an IPv4 address is listed as well")
+        ->check(CLI::Validator(
+            [](std::string& text) {
+                asio::ip::address address;
+                return text.empty() || ParseListenAddress(text, address)
+                           ? std::string()
+                           : "'" + text + "' is not an IPv4 or IPv6 address";
+            },
+            "ADDRESS"))
+        ->group("Receiving");
+    app.add_option("--allow", options.allow,
+                   "accept datagrams only from senders in this prefix (10.0.0.0/8, 2001:db8::/32, or one\n"
+                   "address), repeatable; the others are counted as refused and otherwise ignored")
+        ->check(CLI::Validator(
+            [](std::string& text) {
+                CAddressPrefix prefix;
+                std::string error;
+                return text.empty() || CAddressPrefix::Parse(text, prefix, error) ? std::string() : error;
+            },
+            "PREFIX"))
+        ->group("Receiving");
+    app.add_option("--workers", options.workers,
+                   "receive loops, each on a thread and socket of its own on the same port (SO_REUSEPORT);\n"
+                   "the kernel keeps each exporter on one of them, so its datagrams stay in order")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 64))
+        ->group("Receiving");
 
     app.add_option("-f,--format", options.format,
                    "output per packet: text (the packet's rendering), fields (NAME=value lines per record),\n"
@@ -57,8 +120,13 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
                    "announced longest ago is dropped and counted (0: no limit)")
         ->capture_default_str()
         ->group("Decoding");
+    app.add_flag("--sflow-exact", options.sflowExact,
+                 "decode sFlow as its standard says: sampled headers padded to 4 bytes, the sampled IPv4\n"
+                 "and IPv6 records, strings as text")
+        ->group("Decoding");
     app.add_flag("--rfc", options.rfc,
-                 "every decoding option of the standards at once: --ipfix --template-scope exporter")
+                 "every decoding option of the standards at once: --ipfix --template-scope exporter\n"
+                 "--sflow-exact")
         ->group("Decoding");
 
     app.add_option("--dsn", options.dsn,
@@ -82,6 +150,10 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
            "--flows-db", options.flowsDb,
            "the same in this SQLite file (created when missing, WAL journal); may be the file of --db")
         ->run_callback_for_default()
+        ->group("Storage");
+    app.add_flag("--shared-db", options.sharedDb,
+                 "several collectors store into one --db/--dsn database: each write takes and advances the\n"
+                 "record id inside its own transaction, holding the id row, so no two hand out one id")
         ->group("Storage");
     app.add_option("--max-queue", options.maxQueue,
                    "records each store may hold while its database is behind or unavailable (about 0.3 KB\n"
@@ -113,11 +185,17 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
     // Checked after the configuration file and the command line are merged: a file may name both
     // options, one of them empty.
     app.callback([&options] {
+        // --dump-config writes an unset list as an empty value: it means none.
+        std::erase(options.listen, std::string());
+        std::erase(options.allow, std::string());
         if (!options.db.empty() && !options.dsn.empty())
             throw CLI::ValidationError("--db", "excludes --dsn: store in a SQLite file or in a data source");
         if (!options.flowsDb.empty() && !options.flowsDsn.empty())
             throw CLI::ValidationError(
                 "--flows-db", "excludes --flows-dsn: store flows in a SQLite file or in a data source");
+        if (options.sharedDb && options.db.empty() && options.dsn.empty())
+            throw CLI::ValidationError("--shared-db",
+                                       "needs --db or --dsn: the database the collectors share");
     });
 }
 
@@ -127,5 +205,6 @@ CDecodeOptions DecodeOptionsOf(const CollectorOptions& options) {
     decode.templateScope = options.rfc || options.templateScope == "exporter" ? ETemplateScope::Exporter
                                                                               : ETemplateScope::Global;
     decode.maxTemplates = options.maxTemplates;
+    decode.sflowExact = options.sflowExact || options.rfc;
     return decode;
 }

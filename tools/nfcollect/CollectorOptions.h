@@ -4,12 +4,19 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include <asio/ip/address.hpp>
 
 #include "packet/DecodeOptions.h"
+#include "session/AddressPrefix.h"
 
 // Everything nfcollect can be told, on the command line or in a configuration file.
 struct CollectorOptions {
     int port = 2055;
+    std::vector<std::string> listen;
+    std::vector<std::string> allow;
+    int workers = 1;
     std::string format = "text";
     uint64_t count = 0;
     double duration = 0;
@@ -23,9 +30,11 @@ struct CollectorOptions {
     double statsInterval = 60;
     uint64_t maxQueue = 1000000;
     std::string spillDir;
+    bool sharedDb = false;
     bool ipfix = false;
     std::string templateScope = "global";
     uint32_t maxTemplates = 0;
+    bool sflowExact = false;
     bool rfc = false;
     std::string metrics;
     bool dumpConfig = false;
@@ -33,6 +42,10 @@ struct CollectorOptions {
 
 // The decoding options the flags ask for (--rfc sets every one of them).
 CDecodeOptions DecodeOptionsOf(const CollectorOptions& options);
+
+// The --listen addresses and --allow prefixes, parsed (AddCollectorOptions has checked them).
+std::vector<asio::ip::address> ListenAddressesOf(const CollectorOptions& options);
+std::vector<CAddressPrefix> AllowListOf(const CollectorOptions& options);
 
 // Declares every option on app, with --config FILE (TOML or INI; the command line overrides it) and
 // --dump-config (prints the effective configuration, with every option described, and exits).

@@ -6,6 +6,7 @@
 #include "Metrics.h"
 #include "PacketPrinter.h"
 #include "flows/FlowMaker.h"
+#include "flows/SequenceTracker.h"
 #include "session/NetFlowSession.h"
 #include "session/Wnd.h"
 
@@ -29,6 +30,8 @@ public:
 
     // Takes, prints and stores what is listed (also the final drain after Stop).
     void TakePackets();
+    // After each datagram, whatever became of it: the per-exporter error counters of the metrics.
+    void DatagramHandled(const CDatagramInfo& info);
 
     struct Counts {
         uint64_t packets = 0;
@@ -47,6 +50,7 @@ private:
     CFlowMaker m_flowMaker;
     std::vector<CFlowRecord> m_flows; // the current packet's, reused
     std::unique_ptr<CMetrics::CWorkerCounters> m_pCounters;
+    CSequenceTracker m_sequences; // only with metrics
     CArray<CTPAbstractPacket*, CTPAbstractPacket*> m_batch;
     Counts m_counts;
 };

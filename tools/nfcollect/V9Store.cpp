@@ -69,6 +69,8 @@ void CV9Store::StartWriter() {
     CNetFlowDatabase* pWriter = CNetFlowDatabase::BeginThread();
     pWriter->m_pSession = &m_window;
     pWriter->m_strDSN = m_strDSN;
+    pWriter->SetSharedRecordIds(m_bSharedRecordIds ? TRUE : FALSE);
+    pWriter->SetWriteObserver([this](double seconds, int) { ObserveWrite(seconds); });
     {
         std::lock_guard<std::mutex> lock(m_lock);
         m_pWriter = pWriter;
@@ -179,7 +181,9 @@ bool CV9Store::Supervise() {
     switch (m_state.load()) {
     case EState::Opening:
         if (m_window.m_open == CWriterWindow::EOpen::Opened) {
-            if (m_bEverOpened)
+            // Shared ids are advanced inside each write's transaction, so they are never behind the rows;
+            // and another collector may be writing.
+            if (m_bEverOpened && !m_bSharedRecordIds)
                 RepairRecordId();
             m_bEverOpened = true;
             HandAll();

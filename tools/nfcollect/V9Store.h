@@ -22,6 +22,9 @@ public:
              asio::io_context& controlLoop);
     ~CV9Store() override;
 
+    // --shared-db: each write takes and advances the record id inside its own transaction. Before Start.
+    void SetSharedRecordIds(bool shared) { m_bSharedRecordIds = shared; }
+
     std::string Progress(const Snapshot& snapshot) const override {
         return std::to_string(snapshot.storedPackets) + " stored, " +
                std::to_string(snapshot.waitingPackets) + " waiting for the database";
@@ -67,6 +70,7 @@ private:
     void SpillRest();
 
     const CString m_strDSN;
+    bool m_bSharedRecordIds = false;
     CWriterWindow m_window;
     bool m_bEverOpened = false;
     bool m_bFinishing = false;

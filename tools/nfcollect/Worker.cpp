@@ -32,16 +32,21 @@ void CWorker::Run(std::promise<std::error_code>& started) {
     m_pOwner->CreateEx(m_loop, L"nfcollect");
     m_pSession->SetTraceMode(m_settings.trace ? TRUE : FALSE);
     m_pSession->SetDecodeOptions(m_settings.decodeOptions);
-    if (m_settings.onDatagram)
-        m_pSession->m_onDatagram = [this] {
-            // The last datagram of a --count run ends this loop at once; the collector ends the others.
-            if (m_settings.onDatagram() && m_pSession->IsStarted()) {
-                m_pSession->Stop();
-                m_pOwner->TakePackets();
-            }
-        };
+    m_pSession->SetListenAddresses(m_settings.listen);
+    m_pSession->SetAllowList(m_settings.allow);
+    m_pSession->SetReusePort(m_settings.reusePort);
+    m_pSession->m_onDatagram = [this] {
+        if (const CDatagramInfo* pInfo = m_pSession->GetDatagramInfo())
+            m_pOwner->DatagramHandled(*pInfo);
+        // The last datagram of a --count run ends this loop at once; the collector ends the others.
+        if (m_settings.onDatagram && m_settings.onDatagram() && m_pSession->IsStarted()) {
+            m_pSession->Stop();
+            m_pOwner->TakePackets();
+        }
+    };
     if (!m_pSession->Init(m_pOwner.get(), m_settings.port, CString())) {
         std::error_code error = m_pSession->GetSocketError();
+        m_strErrorAddress = m_pSession->GetSocketErrorAddress();
         m_pOwner.reset();
         m_pSession.reset();
         started.set_value(error ? error : std::make_error_code(std::errc::invalid_argument));
@@ -83,6 +88,8 @@ void CWorker::TakeSnapshot() {
     if (m_pSession == nullptr)
         return;
     std::lock_guard<std::mutex> lock(m_snapshotLock);
-    m_snapshot.statistics = m_pSession->GetStatistics();
+    // While receiving, the kernel is asked for its drops, so that drops after the last datagram show.
+    m_snapshot.statistics =
+        m_pSession->IsStarted() ? m_pSession->RefreshStatistics() : m_pSession->GetStatistics();
     m_snapshot.counts = m_pOwner->GetCounts();
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include "CollectorSession.h"
 #include "CollectorWnd.h"
@@ -25,6 +26,9 @@ class CWorker {
 public:
     struct Settings {
         UINT port = 0;
+        std::vector<asio::ip::address> listen; // empty: every IPv4 address
+        std::vector<CAddressPrefix> allow;     // empty: every sender
+        bool reusePort = false;
         bool trace = false;
         CDecodeOptions decodeOptions;
         OutputFormat format = OutputFormat::Text;
@@ -48,6 +52,8 @@ public:
 
     // Starts the thread and binds the socket; false, with the socket's error, when it cannot listen.
     bool Start(std::error_code& error);
+    // The address whose socket could not be opened, after Start failed; empty when the port itself failed.
+    const std::string& GetErrorAddress() const { return m_strErrorAddress; }
     UINT GetLocalPort() const { return m_nLocalPort; }
 
     // Stops the session and takes what it still lists; the thread ends when its loop runs dry. Join
@@ -69,6 +75,7 @@ private:
     std::optional<asio::executor_work_guard<asio::io_context::executor_type>> m_work;
     std::thread m_thread;
     UINT m_nLocalPort = 0;
+    std::string m_strErrorAddress;
     // Made on the worker's thread, used only there.
     std::unique_ptr<CCollectorSession> m_pSession;
     std::unique_ptr<CCollectorWnd> m_pOwner;

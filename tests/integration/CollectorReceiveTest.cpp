@@ -117,6 +117,41 @@ TEST_F(CollectorReceiveTest, DatagramsTheKernelDroppedAreCountedExactly) {
     EXPECT_NE(LastLine(r.err).find("s: " + expected), std::string::npos) << r.err;
 }
 
+// A larger receive buffer holds a burst that arrives while the collector cannot read: nothing is lost.
+TEST_F(CollectorReceiveTest, ReceiveBufferHoldsABurstWhileTheCollectorCannotRead) {
+    constexpr int kSent = 2000;
+    CollectorProcess collector(m_dir);
+    ASSERT_TRUE(collector.Start({"--port", Port(), "--format", "none", "--receive-buffer", "4000000",
+                                 "--count", std::to_string(kSent)}));
+    ASSERT_TRUE(collector.WaitListening(m_port));
+    std::this_thread::sleep_for(200ms); // the buffer is set right after the socket is bound
+    collector.Signal(SIGSTOP);
+    Sender sender;
+    for (int i = 0; i < kSent; ++i)
+        sender.SendNow(m_port, V5Datagram(static_cast<uint32_t>(i)));
+    collector.Signal(SIGCONT);
+    const CollectorResult r = collector.Wait();
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(LastLine(r.err).find(": 2000 datagrams, 2000 packets (NetFlow v5 2000), 0 decode errors"),
+              std::string::npos)
+        << r.err;
+}
+
+// Beyond net.core.rmem_max the kernel grants less; the collector says how much.
+TEST_F(CollectorReceiveTest, ReceiveBufferBeyondTheSystemLimitIsReported) {
+    const std::string limit = tpnf::test::ReadWholeFile("/proc/sys/net/core/rmem_max");
+    ASSERT_FALSE(limit.empty());
+    const std::string granted = limit.substr(0, limit.find('\n'));
+    CollectorProcess collector(m_dir);
+    ASSERT_TRUE(collector.Start({"--port", Port(), "--receive-buffer", "1073741824", "--duration", "0.2"}));
+    const CollectorResult r = collector.Wait();
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.err.find("nfcollect: receive buffer is " + granted +
+                         " bytes, not 1073741824: raise net.core.rmem_max (sysctl) to allow more"),
+              std::string::npos)
+        << r.err;
+}
+
 // Only senders in the allowlist are decoded; the others are counted as refused, in the summary and the
 // metrics.
 TEST_F(CollectorReceiveTest, AllowlistRefusesOtherSenders) {

@@ -127,6 +127,7 @@ bool CCollector::Start() {
     settings.listen = ListenAddressesOf(m_options);
     settings.allow = AllowListOf(m_options);
     settings.reusePort = m_options.workers > 1;
+    settings.receiveBuffer = m_options.receiveBuffer;
     UINT port = 0;
     for (int i = 0; i < m_options.workers; ++i) {
         auto worker = std::make_unique<CWorker>(settings);
@@ -147,6 +148,11 @@ bool CCollector::Start() {
         settings.port = port;
         m_workers.push_back(std::move(worker));
     }
+    if (const int granted = m_workers.front()->GetReceiveBuffer();
+        m_options.receiveBuffer > 0 && granted < m_options.receiveBuffer)
+        m_console.Message("receive buffer is " + std::to_string(granted) + " bytes, not " +
+                          std::to_string(m_options.receiveBuffer) +
+                          ": raise net.core.rmem_max (sysctl) to allow more");
 
     m_start = Clock::now();
     m_lastStatsLine = m_start;

@@ -73,6 +73,12 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
             },
             "PREFIX"))
         ->group("Receiving");
+    app.add_option("--receive-buffer", options.receiveBuffer,
+                   "socket receive buffer in bytes (SO_RCVBUF), to ride out bursts and database pauses;\n"
+                   "net.core.rmem_max caps it (0: the system's default)")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 1 << 30))
+        ->group("Receiving");
     app.add_option("--workers", options.workers,
                    "receive loops, each on a thread and socket of its own on the same port (SO_REUSEPORT);\n"
                    "the kernel keeps each exporter on one of them, so its datagrams stay in order")

@@ -53,6 +53,8 @@ void CWorker::Run(std::promise<std::error_code>& started) {
         return;
     }
     m_nLocalPort = m_pSession->GetLocalPort();
+    if (m_settings.receiveBuffer > 0)
+        m_nReceiveBuffer = m_pSession->SetReceiveBuffer(m_settings.receiveBuffer);
     started.set_value({});
     m_loop.run();
     TakeSnapshot();

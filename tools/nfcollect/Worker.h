@@ -29,6 +29,7 @@ public:
         std::vector<asio::ip::address> listen; // empty: every IPv4 address
         std::vector<CAddressPrefix> allow;     // empty: every sender
         bool reusePort = false;
+        int receiveBuffer = 0; // bytes; 0: the system's default
         bool trace = false;
         CDecodeOptions decodeOptions;
         OutputFormat format = OutputFormat::Text;
@@ -55,6 +56,8 @@ public:
     // The address whose socket could not be opened, after Start failed; empty when the port itself failed.
     const std::string& GetErrorAddress() const { return m_strErrorAddress; }
     UINT GetLocalPort() const { return m_nLocalPort; }
+    // The receive buffer the kernel granted (as SO_RCVBUF reads back), after Start.
+    int GetReceiveBuffer() const { return m_nReceiveBuffer; }
 
     // Stops the session and takes what it still lists; the thread ends when its loop runs dry. Join
     // waits for that.
@@ -75,6 +78,7 @@ private:
     std::optional<asio::executor_work_guard<asio::io_context::executor_type>> m_work;
     std::thread m_thread;
     UINT m_nLocalPort = 0;
+    int m_nReceiveBuffer = 0;
     std::string m_strErrorAddress;
     // Made on the worker's thread, used only there.
     std::unique_ptr<CCollectorSession> m_pSession;

@@ -35,8 +35,9 @@ CString TraceDirForLibrary(const std::string& dir) {
 int main(int argc, char** argv) {
     CollectorOptions options;
     CLI::App app{
-        "nfcollect: collect NetFlow v1, v5, v7, v8, v9 and sFlow v2, v4, v5 datagrams on a UDP port\n"
-        "and print every decoded packet on stdout (statistics go to stderr). Stops on SIGINT or\n"
+        "nfcollect: collect NetFlow v1, v5, v7, v8, v9, IPFIX (--ipfix) and sFlow v2, v4, v5 datagrams\n"
+        "on a UDP port, print every decoded packet on stdout (statistics go to stderr) and store\n"
+        "them as the storage options say. Stops on SIGINT or\n"
         "SIGTERM, after --count datagrams or after --duration seconds, whichever comes first;\n"
         "SIGHUP makes it look up its trace and spill directories again (after log rotation)."};
     AddCollectorOptions(app, options);

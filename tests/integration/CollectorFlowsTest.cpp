@@ -154,7 +154,7 @@ TEST_F(CollectorFlowsTest, FlowsTableSurvivesAPostgreSQLRestartStoringEveryFlowO
     if (!tpnf::test::PostgresServer::Available())
         GTEST_SKIP() << "PostgreSQL 15 is not installed";
     tpnf::test::PostgresServer server;
-    ASSERT_TRUE(server.Start(tpnf::test::PostgresServer::FreePort()));
+    ASSERT_TRUE(server.Start(tpnf::test::FreePort(SOCK_STREAM)));
     constexpr int kSent = 4000;
     CollectorProcess collector(m_dir);
     ASSERT_TRUE(

@@ -30,18 +30,6 @@ using tpnf::test::Sender;
 
 namespace {
 
-// One v5 flow; its header carries the flow sequence number.
-std::vector<uint8_t> V5Datagram(uint32_t sequence) {
-    using namespace tpnf::test;
-    ByteBuilder b;
-    V5Header{.count = 1, .sysUptime = 5000, .unixSecs = 1000000000, .flowSequence = sequence}.AppendTo(b);
-    V5Record{
-        .common = {.srcAddr = IPv4(10, 0, 0, 1), .dstAddr = IPv4(10, 0, 0, 2), .dPkts = 3, .dOctets = 180},
-        .prot = 17}
-        .AppendTo(b);
-    return b.build();
-}
-
 class CollectorReceiveTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -90,7 +78,7 @@ TEST_F(CollectorReceiveTest, DatagramsTheKernelDroppedAreCountedExactly) {
     ASSERT_GT(metricsPort, 0) << collector.Err();
     collector.Signal(SIGSTOP);
     Sender sender;
-    const std::vector<uint8_t> datagram = V5Datagram(0);
+    const std::vector<uint8_t> datagram = tpnf::test::OneFlowV5(0);
     for (int i = 0; i < kSent; ++i)
         sender.SendNow(m_port, datagram);
     collector.Signal(SIGCONT);
@@ -128,7 +116,7 @@ TEST_F(CollectorReceiveTest, ReceiveBufferHoldsABurstWhileTheCollectorCannotRead
     collector.Signal(SIGSTOP);
     Sender sender;
     for (int i = 0; i < kSent; ++i)
-        sender.SendNow(m_port, V5Datagram(static_cast<uint32_t>(i)));
+        sender.SendNow(m_port, tpnf::test::OneFlowV5(static_cast<uint32_t>(i)));
     collector.Signal(SIGCONT);
     const CollectorResult r = collector.Wait();
     EXPECT_EQ(r.exitCode, 0) << r.err;
@@ -162,7 +150,7 @@ TEST_F(CollectorReceiveTest, AllowlistRefusesOtherSenders) {
     const int metricsPort = MetricsPort(refusing);
     Sender sender;
     for (uint32_t i = 0; i < 3; ++i)
-        sender.Send(m_port, V5Datagram(i));
+        sender.Send(m_port, tpnf::test::OneFlowV5(i));
     EXPECT_EQ(Poll(metricsPort, "nfcollect_refused_total", "3"), "3");
     refusing.Signal(SIGTERM);
     const CollectorResult r = refusing.Wait();
@@ -176,8 +164,8 @@ TEST_F(CollectorReceiveTest, AllowlistRefusesOtherSenders) {
     ASSERT_TRUE(accepting.Start({"--port", Port(), "--format", "none", "--allow", "192.0.2.0/24", "--allow",
                                  "127.0.0.1", "--count", "2"}));
     ASSERT_TRUE(accepting.WaitListening(m_port));
-    sender.Send(m_port, V5Datagram(0));
-    sender.Send(m_port, V5Datagram(1));
+    sender.Send(m_port, tpnf::test::OneFlowV5(0));
+    sender.Send(m_port, tpnf::test::OneFlowV5(1));
     const CollectorResult a = accepting.Wait();
     EXPECT_NE(LastLine(a.err).find(
                   ": 2 datagrams, 2 packets (NetFlow v5 2), 0 decode errors, 0 dropped, 0 refused"),
@@ -249,7 +237,7 @@ TEST_F(CollectorReceiveTest, TwoWorkersKeepEachExportersOrder) {
         senders.push_back(std::make_unique<Sender>());
     for (uint32_t sequence = 0; sequence < kEach; ++sequence)
         for (const auto& sender : senders)
-            sender->SendNow(m_port, V5Datagram(sequence));
+            sender->SendNow(m_port, tpnf::test::OneFlowV5(sequence));
     EXPECT_EQ(
         Poll(metricsPort, "nfcollect_datagrams_total{exporter=\"127.0.0.1\",protocol=\"NetFlow v5\"}", "400"),
         "400");
@@ -287,7 +275,7 @@ TEST_F(CollectorReceiveTest, SequenceGapsCountWhatTheExporterSentButNeverArrived
     const int metricsPort = MetricsPort(collector);
     Sender sender;
     for (uint32_t sequence : {0u, 1u, 2u, 6u, 7u, 9u}) // 3, 4, 5 and 8 lost on the way
-        sender.Send(m_port, V5Datagram(sequence));
+        sender.Send(m_port, tpnf::test::OneFlowV5(sequence));
     EXPECT_EQ(Poll(metricsPort, "nfcollect_sequence_gaps_total{exporter=\"127.0.0.1\"}", "4"), "4");
     EXPECT_EQ(
         Scrape(metricsPort)["nfcollect_datagrams_total{exporter=\"127.0.0.1\",protocol=\"NetFlow v5\"}"],
@@ -302,7 +290,7 @@ TEST_F(CollectorReceiveTest, FourCollectorsShareOneDatabase) {
     if (!tpnf::test::PostgresServer::Available())
         GTEST_SKIP() << "PostgreSQL 15 is not installed";
     tpnf::test::PostgresServer server;
-    ASSERT_TRUE(server.Start(tpnf::test::PostgresServer::FreePort()));
+    ASSERT_TRUE(server.Start(tpnf::test::FreePort(SOCK_STREAM)));
     constexpr int kCollectors = 4;
     constexpr int kDatagrams = 2500; // 20 records each
     std::vector<std::unique_ptr<CollectorProcess>> collectors;

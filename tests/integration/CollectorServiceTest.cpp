@@ -26,17 +26,6 @@ using tpnf::test::Scrape;
 
 namespace {
 
-std::vector<uint8_t> V5Datagram(uint32_t sequence) {
-    using namespace tpnf::test;
-    ByteBuilder b;
-    V5Header{.count = 1, .sysUptime = 5000, .unixSecs = 1000000000, .flowSequence = sequence}.AppendTo(b);
-    V5Record{
-        .common = {.srcAddr = IPv4(10, 0, 0, 1), .dstAddr = IPv4(10, 0, 0, 2), .dPkts = 3, .dOctets = 180},
-        .prot = 6}
-        .AppendTo(b);
-    return b.build();
-}
-
 size_t Count(const std::string& text, const std::regex& pattern) {
     return static_cast<size_t>(
         std::distance(std::sregex_iterator(text.begin(), text.end(), pattern), std::sregex_iterator()));
@@ -70,7 +59,7 @@ TEST_F(CollectorServiceTest, ConfigurationFileSetsOptionsAndTheCommandLineOverri
     CollectorProcess collector(m_dir);
     ASSERT_TRUE(collector.Start({"--config", config.string(), "--format", "fields"}));
     ASSERT_TRUE(collector.WaitListening(m_port)); // the port came from the file
-    m_sender.Send(m_port, V5Datagram(7));
+    m_sender.Send(m_port, tpnf::test::OneFlowV5(7));
     const CollectorResult r = collector.Wait();
     EXPECT_EQ(r.exitCode, 0) << r.err;
     // fields, not json: the command line won
@@ -125,7 +114,7 @@ TEST_F(CollectorServiceTest, StatisticsElsewhereComeOncePerIntervalAndNotWhileNo
         {"--port", Port(), "--format", "none", "--stats-interval", "0.5", "--duration", "3.5"}));
     ASSERT_TRUE(collector.WaitListening(m_port));
     std::this_thread::sleep_for(300ms);
-    m_sender.Send(m_port, V5Datagram(1));
+    m_sender.Send(m_port, tpnf::test::OneFlowV5(1));
     const CollectorResult r = collector.Wait();
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(Count(r.err, std::regex("nfcollect: 0 datagrams")), 0u) << r.err;
@@ -155,13 +144,13 @@ TEST_F(CollectorServiceTest, HangUpMakesAMovedTraceDirectoryAgain) {
     CollectorProcess collector(m_dir);
     ASSERT_TRUE(collector.Start({"--port", Port(), "--trace-dir", traces.string(), "--duration", "5"}));
     ASSERT_TRUE(collector.WaitListening(m_port));
-    m_sender.Send(m_port, V5Datagram(1));
+    m_sender.Send(m_port, tpnf::test::OneFlowV5(1));
     std::this_thread::sleep_for(100ms);
     fs::rename(traces, m_dir / "traces.1"); // as a log rotation would
     collector.Signal(SIGHUP);
     for (int i = 0; i < 100 && collector.Err().find("SIGHUP") == std::string::npos; ++i)
         std::this_thread::sleep_for(20ms);
-    m_sender.Send(m_port, V5Datagram(2));
+    m_sender.Send(m_port, tpnf::test::OneFlowV5(2));
     std::this_thread::sleep_for(100ms);
     collector.Signal(SIGTERM);
     const CollectorResult r = collector.Wait();

@@ -110,7 +110,7 @@ TEST_F(CollectorStoreTest, PostgreSQLRestartUnderTrafficLosesNothingAndStoresEve
     if (!tpnf::test::PostgresServer::Available())
         GTEST_SKIP() << "PostgreSQL 15 is not installed";
     tpnf::test::PostgresServer server;
-    ASSERT_TRUE(server.Start(tpnf::test::PostgresServer::FreePort()));
+    ASSERT_TRUE(server.Start(tpnf::test::FreePort(SOCK_STREAM)));
     constexpr int kSent = 4000;
     const int port = tpnf::test::FreePort();
     CollectorProcess collector(m_dir);

@@ -41,8 +41,9 @@ inline std::string ReadWholeFile(const std::filesystem::path& path) {
 }
 
 // A UDP port nobody uses at this moment.
-inline int FreePort() {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+// A port on 127.0.0.1 that nobody uses now: UDP for collectors, TCP (SOCK_STREAM) for servers.
+inline int FreePort(int type = SOCK_DGRAM) {
+    int fd = socket(AF_INET, type, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -88,13 +89,7 @@ public:
     ~Sender() { close(m_fd); }
 
     void Send(int port, const std::vector<uint8_t>& datagram) const {
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(static_cast<uint16_t>(port));
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(
-            sendto(m_fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
-            static_cast<ssize_t>(datagram.size()));
+        SendNow(port, datagram);
         std::this_thread::sleep_for(
             std::chrono::milliseconds(5)); // in order, and never faster than the collector reads
     }

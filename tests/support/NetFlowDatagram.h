@@ -242,4 +242,16 @@ std::vector<uint8_t> Datagram(const Parts&... parts) {
     return b.build();
 }
 
+// A v5 datagram of one TCP flow, 10.0.0.1 to 10.0.0.2, 3 packets and 180 bytes; the header carries the
+// flow sequence number.
+inline std::vector<uint8_t> OneFlowV5(uint32_t sequence) {
+    ByteBuilder b;
+    V5Header{.count = 1, .sysUptime = 5000, .unixSecs = 1000000000, .flowSequence = sequence}.AppendTo(b);
+    V5Record{
+        .common = {.srcAddr = IPv4(10, 0, 0, 1), .dstAddr = IPv4(10, 0, 0, 2), .dPkts = 3, .dOctets = 180},
+        .prot = 6}
+        .AppendTo(b);
+    return b.build();
+}
+
 } // namespace tpnf::test

@@ -3,11 +3,7 @@
 // side by side) with an ODBC configuration naming it: data source flows_pg, selected for this process and
 // its children through ODBCSYSINI and ODBCINI.
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <stdlib.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -20,20 +16,6 @@ class PostgresServer {
 public:
     // Whether PostgreSQL 15 is installed; tests skip without it.
     static bool Available() { return std::filesystem::exists("/usr/lib/postgresql/15/bin/pg_ctl"); }
-
-    // A TCP port on 127.0.0.1 that nobody listens on now, so that test runs side by side never share a
-    // server.
-    static int FreePort() {
-        const int fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        socklen_t length = sizeof address;
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-        close(fd);
-        return ntohs(address.sin_port);
-    }
 
     // False when the server does not come up. Its files go to a short directory of their own (the
     // server's socket path must stay under 108 bytes).

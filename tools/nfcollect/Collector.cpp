@@ -133,8 +133,10 @@ bool CCollector::Start() {
         auto worker = std::make_unique<CWorker>(settings);
         std::error_code error;
         if (!worker->Start(error)) {
-            const std::string where =
-                worker->GetErrorAddress().empty() ? std::string() : " on " + worker->GetErrorAddress();
+            // The address is named only when --listen chose it: without, the message stays as it was.
+            const std::string where = m_options.listen.empty() || worker->GetErrorAddress().empty()
+                                          ? std::string()
+                                          : " on " + worker->GetErrorAddress();
             m_console.Message("cannot listen on UDP port " + std::to_string(settings.port) + where + ": " +
                               error.message());
             m_nExitCode = 1;

@@ -85,6 +85,7 @@ void CArrayInserter::Discard() {
 }
 
 void CArrayInserter::Send(bool wait) {
+    const size_t rows = m_pending;
     m_pending = 0; // a failed batch is dropped: the caller rolls back
     FinishWrite(); // the previous batch's arrays are free again
     m_sending.swap(m_arrays);
@@ -106,7 +107,7 @@ void CArrayInserter::Send(bool wait) {
                           m_insert);
     }
     SQLHSTMT stmt = m_insert;
-    StartWrite([stmt] { tpnf::odbc::Execute(stmt); });
+    StartWrite([stmt, rows] { tpnf::odbc::ExecuteInsert(stmt, rows); });
     if (wait)
         ThrowWriteFailure();
 }

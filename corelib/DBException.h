@@ -12,13 +12,14 @@ public:
     // Return codes for failures this library finds itself, where no ODBC call failed. They are
     // positive and above every ODBC return code, so they never read as SQL_ERROR (-1).
     enum : int {
-        errorNotOpen = 1001,           // the database or recordset is not open
-        errorColumnNotFound = 1002,    // no column of that name in the recordset
-        errorNoTypeInfo = 1003,        // the data source lists no type for an SQL type
-        errorNotUpdatable = 1004,      // AddNew or Edit on a recordset that cannot change its table
-        errorNoCurrentRecord = 1005,   // no row to read, move from or edit
-        errorInvalidValue = 1006,      // a text value that is not a number for an integer column
-        errorNoUpdateInProgress = 1007 // Update without AddNew or Edit
+        errorNotOpen = 1001,            // the database or recordset is not open
+        errorColumnNotFound = 1002,     // no column of that name in the recordset
+        errorNoTypeInfo = 1003,         // the data source lists no type for an SQL type
+        errorNotUpdatable = 1004,       // AddNew or Edit on a recordset that cannot change its table
+        errorNoCurrentRecord = 1005,    // no row to read, move from or edit
+        errorInvalidValue = 1006,       // a text value that is not a number for an integer column
+        errorNoUpdateInProgress = 1007, // Update without AddNew or Edit
+        errorRowsNotStored = 1008       // an insert reported success but stored fewer rows than it was given
     };
 
     CDBException(int retCode, const CString& error, const CString& stateNativeOrigin = CString());

@@ -27,4 +27,31 @@ void Execute(SQLHSTMT stmt) {
         ThrowStatementError(rc, stmt);
 }
 
+namespace {
+
+void CheckInserted(SQLRETURN rc, SQLHSTMT stmt, size_t rows) {
+    if (!SQL_SUCCEEDED(rc) && rc != SQL_NO_DATA)
+        ThrowStatementError(rc, stmt);
+    SQLLEN stored = -1;
+    if (rc == SQL_NO_DATA)
+        stored = 0;
+    else if (!SQL_SUCCEEDED(SQLRowCount(stmt, &stored)))
+        stored = -1;
+    // -1: the driver does not know; then its word is taken.
+    if (stored >= 0 && static_cast<size_t>(stored) != rows)
+        throw CDBException(CDBException::errorRowsNotStored, CString(L"The database stored ") +
+                                                                 std::to_wstring(stored) + L" of " +
+                                                                 std::to_wstring(rows) + L" rows\n");
+}
+
+} // namespace
+
+void ExecuteInsert(SQLHSTMT stmt, size_t rows) {
+    CheckInserted(SQLExecute(stmt), stmt, rows);
+}
+
+void ExecuteInsertDirect(SQLHSTMT stmt, std::string& sql, size_t rows) {
+    CheckInserted(SQLExecDirect(stmt, reinterpret_cast<SQLCHAR*>(sql.data()), SQL_NTS), stmt, rows);
+}
+
 } // namespace tpnf::odbc

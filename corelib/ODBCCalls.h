@@ -20,5 +20,9 @@ void FreeStatement(SQLHSTMT& stmt);
 void ExecuteDirect(SQLHSTMT stmt, const std::string& sql);
 // Runs a prepared statement; a searched statement that touched no row (SQL_NO_DATA) is no failure.
 void Execute(SQLHSTMT stmt);
+// Executes a prepared or direct insert of `rows` rows and checks that the driver stored them all: a
+// driver that lost its connection may report success for a statement it never sent.
+void ExecuteInsert(SQLHSTMT stmt, size_t rows);
+void ExecuteInsertDirect(SQLHSTMT stmt, std::string& sql, size_t rows);
 
 } // namespace tpnf::odbc

@@ -50,7 +50,7 @@ void CValuesInserter::Flush() {
             m_fullBound = true;
             m_fullLayout = m_rows.Layout();
         }
-        tpnf::odbc::Execute(m_full);
+        tpnf::odbc::ExecuteInsert(m_full, rows);
         return;
     }
     if (m_part == SQL_NULL_HSTMT)
@@ -58,9 +58,7 @@ void CValuesInserter::Flush() {
     SQLFreeStmt(m_part, SQL_RESET_PARAMS);
     m_rows.Bind(m_part, rows);
     std::string text = InsertSql(rows);
-    SQLRETURN rc = SQLExecDirect(m_part, reinterpret_cast<SQLCHAR*>(text.data()), SQL_NTS);
-    if (!SQL_SUCCEEDED(rc) && rc != SQL_NO_DATA)
-        tpnf::odbc::ThrowStatementError(rc, m_part);
+    tpnf::odbc::ExecuteInsertDirect(m_part, text, rows);
 }
 
 std::string CValuesInserter::InsertSql(size_t rows) const {

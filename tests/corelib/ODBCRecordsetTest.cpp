@@ -633,6 +633,33 @@ TEST_P(ODBCRecordsetTest, FailedBatchIsReportedBeforeTheCommitEnds) {
     EXPECT_EQ(Count(L"t"), 0);
 }
 
+// A statement the database reports as successful but that stored fewer rows than it was given (here a
+// rule or trigger that silently drops one row; a lost connection can look the same) fails the write.
+TEST_P(ODBCRecordsetTest, RowsTheDatabaseDidNotStoreFailTheWrite) {
+    m_db.ExecuteSQL(L"create table t (id integer NOT NULL PRIMARY KEY, txt varchar(20))");
+    if (GetParam() == Backend::SQLite)
+        m_db.ExecuteSQL(
+            L"create trigger drop_7 before insert on t when new.id = 7 begin select raise(ignore); end");
+    else
+        m_db.ExecuteSQL(L"create rule drop_7 as on insert to t where new.id = 7 do instead nothing");
+    CODBCRecordset rs(&m_db);
+    rs.Open(L"select * from t");
+    ASSERT_TRUE(m_db.BeginTrans());
+    CString error;
+    try {
+        for (int i = 0; i < 10; ++i)
+            AddRow(rs, i, L"x");
+        rs.Close();
+        m_db.CommitTrans();
+    } catch (const CDBException& e) {
+        error = e.m_strError;
+        EXPECT_EQ(e.m_nRetCode, CDBException::errorRowsNotStored);
+        EXPECT_TRUE(m_db.Rollback());
+    }
+    EXPECT_EQ(error, L"The database stored 9 of 10 rows\n");
+    EXPECT_EQ(Count(L"t"), 0);
+}
+
 TEST_P(ODBCRecordsetTest, RowsAddedAfterAFailedBatchAreWrittenCleanly) {
     m_db.ExecuteSQL(L"create table t (id integer NOT NULL PRIMARY KEY, txt varchar(20))");
     CODBCRecordset rs(&m_db);

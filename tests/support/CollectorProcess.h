@@ -110,9 +110,11 @@ private:
     int m_port = 0;
 };
 
-// What the sqlite3 shell prints for a query on the file, rows as a|b|c lines.
+// What the sqlite3 shell prints for a query on the file, rows as a|b|c lines. It waits for a collector
+// that is writing the file at the same moment.
 inline std::string Query(const std::filesystem::path& db, const std::string& sql) {
-    const std::string command = "sqlite3 -separator '|' '" + db.string() + "' \"" + sql + "\"";
+    const std::string command =
+        "sqlite3 -cmd '.timeout 10000' -separator '|' '" + db.string() + "' \"" + sql + "\"";
     std::string output;
     if (FILE* pipe = popen(command.c_str(), "r")) {
         char buffer[512];

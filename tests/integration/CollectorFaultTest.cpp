@@ -551,10 +551,10 @@ TEST_F(CollectorFaultTest, EveryRecordIsStoredOnceOrSpilledThroughOutagesFloodsA
     // packet or was lost in the receive buffer as the metrics count it.
     const Spilled spilledDatabase = ReadSpilled(Spill() / "database", exporter.Port());
     const Spilled spilledFlows = ReadSpilled(Spill() / "flows", exporter.Port());
-    const std::string lastLine = tpnf::test::LastLine(result.err);
+    const std::string summaryLine = tpnf::test::SummaryLine(result.err);
     std::smatch summary;
     ASSERT_TRUE(std::regex_search(
-        lastLine, summary,
+        summaryLine, summary,
         std::regex("stopped after [0-9.]+ s: .*, ([0-9]+) decode errors, ([0-9]+) dropped(, ([0-9]+) lost in "
                    "the receive buffer)?, [0-9]+ stored, 0 waiting for the database(, ([0-9]+) spilled)?, "
                    "[0-9]+ flows stored, 0 flows waiting for the flows table(, ([0-9]+) spilled)?$")))
@@ -721,7 +721,7 @@ TEST_F(CollectorFaultTest, DatagramsTheKernelDropsWhileTheCollectorIsStoppedAreR
     collector.Signal(SIGTERM);
     const CollectorResult result = collector.Wait();
     EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_TRUE(std::regex_search(tpnf::test::LastLine(result.err),
+    EXPECT_TRUE(std::regex_search(tpnf::test::SummaryLine(result.err),
                                   std::regex("stopped after [0-9.]+ s: " + std::to_string(received) +
                                              " datagrams, .*, 0 dropped, " + std::to_string(dropped) +
                                              " lost in the receive buffer$")))
@@ -771,7 +771,7 @@ TEST_F(CollectorFaultTest, DatagramsThatGiveNoPacketAreCountedPerExporterInTheMe
     const CollectorResult result = collector.Wait();
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_TRUE(
-        std::regex_search(tpnf::test::LastLine(result.err),
+        std::regex_search(tpnf::test::SummaryLine(result.err),
                           std::regex("stopped after [0-9.]+ s: 6 datagrams, 1 packets \\(NetFlow v9 1\\), "
                                      "2 decode errors, 3 dropped$")))
         << result.err;

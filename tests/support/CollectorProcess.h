@@ -74,6 +74,13 @@ inline std::string LastLine(const std::string& text) {
     return trimmed.substr(trimmed.rfind('\n') == std::string::npos ? 0 : trimmed.rfind('\n') + 1);
 }
 
+// The collector's summary ("nfcollect: stopped after ..."), the last one in a text; a sanitized build
+// may print its own report after it.
+inline std::string SummaryLine(const std::string& text) {
+    const size_t at = text.rfind("nfcollect: stopped after ");
+    return at == std::string::npos ? std::string() : text.substr(at, text.find('\n', at) - at);
+}
+
 // A sending socket bound to a known port, so the sender of each packet is known.
 class Sender {
 public:

@@ -13,6 +13,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -21,6 +22,7 @@
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <regex>
 #include <set>
@@ -335,7 +337,6 @@ protected:
     Accounting Account(uint32_t cut, const std::vector<SteadyExporter::Sent>& log, int exporterPort,
                        const tpnf::test::PostgresServer& server) const {
         Accounting result;
-        const std::string cutText = std::to_string(cut);
         const std::map<uint32_t, uint32_t> database =
             Pairs(tpnf::test::Query(Db(), "select record_time - " + std::to_string(kEpoch) +
                                               ", count(*) from netflow_records where record_ip_port = " +
@@ -343,7 +344,7 @@ protected:
                                               std::to_string(kEpoch + cut) + " group by record_time"));
         const std::optional<std::string> flowsText = server.Query(
             "select sequence, count(*) from flows where exporter_port = " + std::to_string(exporterPort) +
-            " and sequence < " + cutText + " group by sequence");
+            " and sequence < " + std::to_string(cut) + " group by sequence");
         if (!flowsText) {
             result.problems.push_back("PostgreSQL does not answer");
             return result;
@@ -422,7 +423,7 @@ TEST_F(CollectorFaultTest, EveryRecordIsStoredOnceOrSpilledThroughOutagesFloodsA
     const std::string malformed = "nfcollect_malformed_total{exporter=\"127.0.0.1\"}";
 
     // Waits until every datagram sent so far is accounted for in both stores, then checks that, the
-    // endpoint, both stores healthy and the memory. Returns the kernel's drop count from the endpoint.
+    // endpoint, both stores healthy and the memory.
     long baselineKb = 0;
     auto settle = [&](const std::string& after) {
         SCOPED_TRACE("after " + after);

@@ -74,6 +74,13 @@ inline std::string LastLine(const std::string& text) {
     return trimmed.substr(trimmed.rfind('\n') == std::string::npos ? 0 : trimmed.rfind('\n') + 1);
 }
 
+// The collector's summary ("nfcollect: stopped after ..."), the last one in a text; a sanitized build
+// may print its own report after it.
+inline std::string SummaryLine(const std::string& text) {
+    const size_t at = text.rfind("nfcollect: stopped after ");
+    return at == std::string::npos ? std::string() : text.substr(at, text.find('\n', at) - at);
+}
+
 // A sending socket bound to a known port, so the sender of each packet is known.
 class Sender {
 public:
@@ -110,9 +117,11 @@ private:
     int m_port = 0;
 };
 
-// What the sqlite3 shell prints for a query on the file, rows as a|b|c lines.
+// What the sqlite3 shell prints for a query on the file, rows as a|b|c lines. It waits for a collector
+// that is writing the file at the same moment.
 inline std::string Query(const std::filesystem::path& db, const std::string& sql) {
-    const std::string command = "sqlite3 -separator '|' '" + db.string() + "' \"" + sql + "\"";
+    const std::string command =
+        "sqlite3 -cmd '.timeout 10000' -separator '|' '" + db.string() + "' \"" + sql + "\"";
     std::string output;
     if (FILE* pipe = popen(command.c_str(), "r")) {
         char buffer[512];

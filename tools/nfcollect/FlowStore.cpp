@@ -79,12 +79,15 @@ void CFlowStore::Offer(const CTPAbstractPacket& packet, const std::vector<CFlowR
     Entry entry{flows, datagram.bytes, packet.GetSenderIPAddress(), packet.GetSenderPort(),
                 datagram.timeReceived};
     size_t waiting;
+    bool first;
     {
         std::lock_guard<std::mutex> lock(m_lock);
+        first = m_queue.empty();
         m_queue.push_back(std::move(entry));
         waiting = m_nWaitingRecords.load();
     }
-    if (waiting >= kBatchFlows)
+    // The writer sleeps on an empty queue until its first entry; a full batch cuts its linger short.
+    if (first || waiting >= kBatchFlows)
         m_ready.notify_one();
 }
 

@@ -127,6 +127,31 @@ TEST_F(CollectorFlowsTest, FlowsTableHoldsEveryProtocolsFlowsAsTypedRows) {
         << r.err;
 }
 
+// A quiet exporter's flows do not wait for a full batch: they are in the table while the collector runs.
+TEST_F(CollectorFlowsTest, FewFlowsAreStoredWithoutWaitingForAFullBatch) {
+    const fs::path db = m_dir / "flows.sqlite";
+    CollectorProcess collector(m_dir);
+    ASSERT_TRUE(collector.Start({"--port", std::to_string(m_port), "--format", "none", "--flows-db",
+                                 db.string(), "--duration", "30"}));
+    ASSERT_TRUE(collector.WaitListening(m_port));
+    // The table made means the writer is open and idle before the datagram arrives.
+    std::string count;
+    for (int i = 0; i < 200 && count != "0\n"; ++i) {
+        std::this_thread::sleep_for(50ms);
+        count = Query(db, "select count(*) from flows");
+    }
+    ASSERT_EQ(count, "0\n") << collector.Err();
+    m_sender.Send(m_port, V5Datagram());
+    for (int i = 0; i < 100 && count != "1\n"; ++i) {
+        std::this_thread::sleep_for(50ms);
+        count = Query(db, "select count(*) from flows");
+    }
+    EXPECT_EQ(count, "1\n") << collector.Err();
+    collector.Signal(SIGINT);
+    const CollectorResult r = collector.Wait();
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+}
+
 // No key to collide on: two collectors write one table at once, each all of its flows.
 TEST_F(CollectorFlowsTest, TwoCollectorsWriteOneFlowsTableAtOnce) {
     const fs::path db = m_dir / "flows.sqlite";

@@ -266,7 +266,7 @@ void TimeBulkLoad(benchmark::State& state, Backend backend, const CsvFiles& csv,
         if (backend == Backend::SQLite) {
             command = "sqlite3 '" + source.SQLiteFile().string() + "' -cmd '" + sqlitePragmas +
                       "' '.mode csv' '.import " + csv.records.string() + " netflow_records' '.import " +
-                      csv.attributes.string() + " netflow_attributes'";
+                      csv.attributes.string() + " netflow_attributes' > /dev/null"; // the pragma echoes "wal"
         } else {
             auto pg = DataSourceAttributes(tpnf::test::PostgreSQLDsn());
             command = "PGPASSWORD='" + pg["password"] + "' PGOPTIONS='-csearch_path=" + source.Schema() +

@@ -230,18 +230,18 @@ for name in sys.argv[2:]:
                     continue
                 if show.startswith("Template (") or show.startswith("Options Template ("):
                     scope = named(item, "cflow.template_ipfix_scope_field_count")
-                    specs = []
-                    for spec in children(item):
-                        if not spec.get("show", "").startswith("Field ("):
+                    fields = []
+                    for field in children(item):
+                        if not field.get("show", "").startswith("Field ("):
                             continue
-                        element = named(spec, "cflow.template_ipfix_field_type")
+                        element = named(field, "cflow.template_ipfix_field_type")
                         if element is None:
-                            element = named(spec, "cflow.template_ipfix_field_type_enterprise")
-                        pen = named(spec, "cflow.template_ipfix_field_pen")
-                        specs.append("%s/%s/%s" % (element.get("show"), pen.get("show") if pen is not None else "0",
-                                                   named(spec, "cflow.template_field_length").get("show")))
+                            element = named(field, "cflow.template_ipfix_field_type_enterprise")
+                        pen = named(field, "cflow.template_ipfix_field_pen")
+                        fields.append("%s/%s/%s" % (element.get("show"), pen.get("show") if pen is not None else "0",
+                                                   named(field, "cflow.template_field_length").get("show")))
                     lines.append("template %d %s %s %s" % (n, named(item, "cflow.template_id").get("show"),
-                                 scope.get("show") if scope is not None else "0", " ".join(specs)))
+                                 scope.get("show") if scope is not None else "0", " ".join(fields)))
                 elif re.match(r"Flow \d+$", show):
                     lines.append("record %d %d" % (n, set_id))
                     for pos, f in record_fields(item, flowset):

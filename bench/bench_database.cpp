@@ -29,6 +29,7 @@
 
 #include "corelib/Database.h"
 #include "corelib/ODBCRecordset.h"
+#include "corelib/SQLiteInserter.h"
 #include "corelib/TestDataSource.h"
 #include "netflow9/NetFlowPacketV9.h"
 #include "nfreplay/Samples.h"
@@ -292,7 +293,16 @@ void BM_BulkLoad(benchmark::State& state, Backend backend) {
 
 // nfreplay's v9 sample as nfcollect stores it: kSampleDatagrams copies from one sender.
 constexpr int kSampleDatagrams = 5000;
-constexpr wchar_t kCollectorSQLite[] = L";JournalMode=WAL;SyncPragma=NORMAL"; // as nfcollect --db
+// The data-source attributes nfcollect --db writes.
+const std::wstring& CollectorSQLite() {
+    static const std::wstring attributes = [] {
+        std::wstring text = L";JournalMode=WAL;SyncPragma=NORMAL";
+        if (const std::string extension = tpnf::sqlite::ExtensionFile(); !extension.empty())
+            text += L";LoadExt=" + tpnf::FromUtf8(extension);
+        return text;
+    }();
+    return attributes;
+}
 constexpr char kCollectorPragmas[] = "pragma journal_mode=wal; pragma synchronous=normal";
 
 struct SampleRows {
@@ -323,11 +333,11 @@ const SampleRows& Sample() {
 }
 
 void BM_SampleWriter(benchmark::State& state, Backend backend) {
-    TimeWriter(state, backend, Sample().packets, Sample().rows, kCollectorSQLite);
+    TimeWriter(state, backend, Sample().packets, Sample().rows, CollectorSQLite());
 }
 
 void BM_SampleBulkLoad(benchmark::State& state, Backend backend) {
-    TimeBulkLoad(state, backend, *Sample().csv, Sample().rows, kCollectorSQLite, kCollectorPragmas);
+    TimeBulkLoad(state, backend, *Sample().csv, Sample().rows, CollectorSQLite(), kCollectorPragmas);
 }
 
 void Configure(benchmark::internal::Benchmark* b) {

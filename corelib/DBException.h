@@ -19,7 +19,8 @@ public:
         errorNoCurrentRecord = 1005,    // no row to read, move from or edit
         errorInvalidValue = 1006,       // a text value that is not a number for an integer column
         errorNoUpdateInProgress = 1007, // Update without AddNew or Edit
-        errorRowsNotStored = 1008       // an insert reported success but stored fewer rows than it was given
+        errorRowsNotStored = 1008,      // an insert reported success but stored fewer rows than it was given
+        errorNoTransaction = 1009       // the driver did not begin the transaction it was asked for
     };
 
     CDBException(int retCode, const CString& error, const CString& stateNativeOrigin = CString());

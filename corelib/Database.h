@@ -80,6 +80,8 @@ private:
     bool m_bExplicitTrans = false; // begun by a statement (autocommit stays on): ended by one too
     CString m_strDBMSName;
     int m_nDBMSVersion = 0;
+    void* m_sqlite = nullptr; // SQLite's own connection under the driver's, when the driver lends it
+    bool m_sqliteKnown = false;
     std::vector<CODBCRecordset*> m_Recordsets;
     std::future<void> m_write;
     std::exception_ptr m_writeFailure;

@@ -39,12 +39,16 @@ void CheckInserted(SQLRETURN rc, SQLHSTMT stmt, size_t rows) {
         stored = -1;
     // -1: the driver does not know; then its word is taken.
     if (stored >= 0 && static_cast<size_t>(stored) != rows)
-        throw CDBException(CDBException::errorRowsNotStored, CString(L"The database stored ") +
-                                                                 std::to_wstring(stored) + L" of " +
-                                                                 std::to_wstring(rows) + L" rows\n");
+        ThrowRowsNotStored(stored, rows);
 }
 
 } // namespace
+
+void ThrowRowsNotStored(long long stored, size_t rows) {
+    throw CDBException(CDBException::errorRowsNotStored, CString(L"The database stored ") +
+                                                             std::to_wstring(stored) + L" of " +
+                                                             std::to_wstring(rows) + L" rows\n");
+}
 
 void ExecuteInsert(SQLHSTMT stmt, size_t rows) {
     CheckInserted(SQLExecute(stmt), stmt, rows);

@@ -24,5 +24,7 @@ void Execute(SQLHSTMT stmt);
 // driver that lost its connection may report success for a statement it never sent.
 void ExecuteInsert(SQLHSTMT stmt, size_t rows);
 void ExecuteInsertDirect(SQLHSTMT stmt, std::string& sql, size_t rows);
+// "The database stored <stored> of <rows> rows"
+[[noreturn]] void ThrowRowsNotStored(long long stored, size_t rows);
 
 } // namespace tpnf::odbc

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include <sql.h>
+#include <sqlext.h>
 
 #include "corelib/DBField.h"
 #include "corelib/RecordsetColumn.h"
@@ -25,6 +27,14 @@ public:
     // Binds the first `rows` rows as the parameters of stmt.
     void Bind(SQLHSTMT stmt, size_t rows);
     unsigned Layout() const { return m_layout; }
+
+    // Row r, column c as held: NULL, else the integer of an integer column or the text of another.
+    bool IsNull(size_t r, size_t c) const { return m_indicators[r * m_columns.size() + c] == SQL_NULL_DATA; }
+    SQLBIGINT Number(size_t r, size_t c) const { return m_numbers[r * m_columns.size() + c]; }
+    std::string_view Text(size_t r, size_t c) const {
+        return {m_texts[c].data() + r * m_widths[c],
+                static_cast<size_t>(m_indicators[r * m_columns.size() + c])};
+    }
 
 private:
     void GrowText(size_t c, size_t needed);

@@ -7,6 +7,7 @@
 #include "corelib/DBException.h"
 #include "corelib/Database.h"
 #include "corelib/ODBCCalls.h"
+#include "corelib/SQLiteInserter.h"
 #include "corelib/ValuesInserter.h"
 
 std::unique_ptr<CRowInserter> CRowInserter::Create(CDatabase& db, const std::string& table,
@@ -15,6 +16,16 @@ std::unique_ptr<CRowInserter> CRowInserter::Create(CDatabase& db, const std::str
     // whole batch of rows into one parameter per column.
     if (db.GetDBMSName() == L"PostgreSQL" && db.GetDBMSVersion() >= 10 && CArrayInserter::CanWrite(columns))
         return std::make_unique<CArrayInserter>(db, table, columns);
+    if (db.GetDBMSName() == L"SQLite") {
+        if (!db.m_sqliteKnown) { // asked once per connection
+            SQLHSTMT stmt = db.AllocStatement();
+            db.m_sqlite = CSQLiteInserter::Connection(stmt);
+            tpnf::odbc::FreeStatement(stmt);
+            db.m_sqliteKnown = true;
+        }
+        if (db.m_sqlite != nullptr)
+            return std::make_unique<CSQLiteInserter>(db, table, columns, static_cast<sqlite3*>(db.m_sqlite));
+    }
     return std::make_unique<CValuesInserter>(db, table, columns);
 }
 
@@ -43,6 +54,23 @@ void CRowInserter::FinishWrite() {
 
 void CRowInserter::ThrowWriteFailure() {
     m_db.ThrowWriteFailure();
+}
+
+bool CRowInserter::ManualCommit() {
+    SQLULEN autocommit = SQL_AUTOCOMMIT_ON;
+    SQLRETURN rc = SQLGetConnectAttr(m_db.m_hDbc, SQL_ATTR_AUTOCOMMIT, &autocommit, SQL_IS_UINTEGER, nullptr);
+    return SQL_SUCCEEDED(rc) && autocommit == SQL_AUTOCOMMIT_OFF;
+}
+
+void CRowInserter::RunStatement(const std::string& sql) {
+    SQLHSTMT stmt = m_db.AllocStatement();
+    try {
+        tpnf::odbc::ExecuteDirect(stmt, sql);
+    } catch (...) {
+        tpnf::odbc::FreeStatement(stmt);
+        throw;
+    }
+    tpnf::odbc::FreeStatement(stmt);
 }
 
 std::string CRowInserter::InsertInto() const {

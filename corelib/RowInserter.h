@@ -44,6 +44,11 @@ protected:
     void StartWrite(std::function<void()> write);
     void FinishWrite();
     void ThrowWriteFailure();
+    // True in manual-commit mode (BeginTrans), where the driver begins its transaction with the next
+    // statement it runs.
+    bool ManualCommit();
+    // Runs a statement through the driver.
+    void RunStatement(const std::string& sql);
 
     // "INSERT INTO table (c1,c2,...)"
     std::string InsertInto() const;

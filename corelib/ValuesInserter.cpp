@@ -14,11 +14,11 @@ constexpr size_t kMaxBatchRows = 256;
 // prepare with more than about 7,500.
 constexpr size_t kMaxParameters = 4096;
 
-size_t BatchRows(size_t columns) {
+} // namespace
+
+size_t CValuesInserter::BatchRows(size_t columns) {
     return std::min(kMaxBatchRows, std::max<size_t>(kMaxParameters / std::max<size_t>(columns, 1), 1));
 }
-
-} // namespace
 
 CValuesInserter::CValuesInserter(CDatabase& db, const std::string& table,
                                  const std::vector<CRecordsetColumn>& columns)

@@ -15,6 +15,9 @@ public:
     void Flush() override;
     void Discard() override { m_rows.Clear(); }
 
+    // Rows per statement for a table of that many columns.
+    static size_t BatchRows(size_t columns);
+
 private:
     std::string InsertSql(size_t rows) const;
 

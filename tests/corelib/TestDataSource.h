@@ -3,7 +3,9 @@
 //
 // SQLite: a new file in a temporary directory, reached through the data source named by
 // TPNF_TEST_SQLITE_DSN with its Database attribute overridden; without that variable the test makes
-// its own private ODBC configuration. PostgreSQL: a new schema on the server of the data source named
+// its own private ODBC configuration. Like nfcollect --db, the driver loads the library into the
+// connection, so rows are inserted through SQLite itself; with TPNF_TEST_SQLITE_INSERTS=driver they go
+// through the driver's statements instead. PostgreSQL: a new schema on the server of the data source named
 // by TPNF_TEST_PG_DSN, made the search path by a server option in the connect string (the driver
 // ignores its ConnSettings on read-only connections) and dropped afterwards;
 // without that variable PostgreSQL tests are skipped (scripts/pg-server and scripts/odbc-env set it).
@@ -19,6 +21,7 @@
 #include <unistd.h>
 
 #include "corelib/Database.h"
+#include "corelib/SQLiteInserter.h"
 #include "util/TextConvert.h"
 
 namespace tpnf::test {
@@ -66,6 +69,15 @@ inline std::string SQLiteDsn() {
     return config.Dsn();
 }
 
+// The attribute that has the SQLite driver lend its connection to the library, unless
+// TPNF_TEST_SQLITE_INSERTS=driver.
+inline std::string SQLiteInsertAttribute() {
+    const char* inserts = std::getenv("TPNF_TEST_SQLITE_INSERTS");
+    if (inserts != nullptr && std::string(inserts) == "driver")
+        return {};
+    return ";LoadExt=" + tpnf::sqlite::ExtensionFile();
+}
+
 inline std::string PostgreSQLDsn() {
     const char* name = std::getenv("TPNF_TEST_PG_DSN");
     return name != nullptr ? std::string(name) : std::string();
@@ -78,7 +90,7 @@ public:
         int serial = counter++;
         if (backend == Backend::SQLite) {
             m_dir = NewTempDir();
-            m_name = SQLiteDsn() + ";Database=" + SQLiteFile().string();
+            m_name = SQLiteDsn() + ";Database=" + SQLiteFile().string() + SQLiteInsertAttribute();
             return;
         }
         std::string dsn = PostgreSQLDsn();

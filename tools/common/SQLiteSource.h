@@ -14,6 +14,8 @@
 #include <system_error>
 #include <vector>
 
+#include "corelib/SQLiteInserter.h"
+
 namespace tpnf::tools {
 
 class CSQLiteSources {
@@ -78,6 +80,10 @@ public:
         // power cut but never corrupts the file; the busy timeout (ms) lets a writer wait for a reader.
         m_sources += "[" + dsn + "]\nDriver = " + driver + "\nDatabase = " + path.string() +
                      "\nJournalMode = WAL\nSyncPragma = NORMAL\nTimeout = 10000\n";
+        // The driver loads this library into the connection, which then writes rows through SQLite
+        // itself, several times as fast as through the driver's statements.
+        if (const std::string extension = tpnf::sqlite::ExtensionFile(); !extension.empty())
+            m_sources += "LoadExt = " + extension + "\n";
         const fs::path ini = fs::path(m_dir) / "odbc.ini";
         std::ofstream(ini) << m_userSources << "\n" << m_sources;
         setenv("ODBCINI", ini.c_str(), 1);

@@ -19,6 +19,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -29,11 +30,14 @@
 
 #include "corelib/Database.h"
 #include "corelib/ODBCRecordset.h"
-#include "corelib/SQLiteInserter.h"
 #include "corelib/TestDataSource.h"
+#include "flows/FlowMaker.h"
+#include "flows/FlowTable.h"
+#include "netflow/NetFlowPacketV5.h"
 #include "netflow9/NetFlowPacketV9.h"
 #include "nfreplay/Samples.h"
 #include "session/NetFlowDatabase.h"
+#include "sflow/SFlowPacket.h"
 #include "support/ByteBuilder.h"
 #include "support/NetFlowV9Datagram.h"
 #include "util/TextConvert.h"
@@ -257,6 +261,21 @@ double TimeCommand(const std::string& command) {
     return status == 0 ? seconds : -1.0;
 }
 
+// psql on the source's schema running each of commands, in one transaction.
+std::string Psql(const TestDataSource& source, const std::vector<std::string>& commands) {
+    auto pg = DataSourceAttributes(tpnf::test::PostgreSQLDsn());
+    std::string command = "PGPASSWORD='" + pg["password"] + "' PGOPTIONS='-csearch_path=" + source.Schema() +
+                          "' psql -q -1 -X -v ON_ERROR_STOP=1 -h '" + pg["servername"] + "' -p '" +
+                          pg["port"] + "' -U '" + pg["username"] + "' '" + pg["database"] + "'";
+    for (const std::string& c : commands)
+        command += " -c \"" + c + "\"";
+    return command;
+}
+
+std::string CopyFrom(const std::string& table, const std::filesystem::path& csv) {
+    return "\\copy " + table + " from '" + csv.string() + "' with (format csv)";
+}
+
 void TimeBulkLoad(benchmark::State& state, Backend backend, const CsvFiles& csv, int64_t rows,
                   std::wstring_view sqliteAttributes, const std::string& sqlitePragmas) {
     for (auto _ : state) {
@@ -269,12 +288,8 @@ void TimeBulkLoad(benchmark::State& state, Backend backend, const CsvFiles& csv,
                       "' '.mode csv' '.import " + csv.records.string() + " netflow_records' '.import " +
                       csv.attributes.string() + " netflow_attributes' > /dev/null"; // the pragma echoes "wal"
         } else {
-            auto pg = DataSourceAttributes(tpnf::test::PostgreSQLDsn());
-            command = "PGPASSWORD='" + pg["password"] + "' PGOPTIONS='-csearch_path=" + source.Schema() +
-                      "' psql -q -1 -X -h '" + pg["servername"] + "' -p '" + pg["port"] + "' -U '" +
-                      pg["username"] + "' '" + pg["database"] + "' -c \"\\copy netflow_records from '" +
-                      csv.records.string() + "' with (format csv)\" -c \"\\copy netflow_attributes from '" +
-                      csv.attributes.string() + "' with (format csv)\"";
+            command = Psql(source, {CopyFrom("netflow_records", csv.records),
+                                    CopyFrom("netflow_attributes", csv.attributes)});
         }
         double seconds = TimeCommand(command);
         if (seconds < 0) {
@@ -293,14 +308,10 @@ void BM_BulkLoad(benchmark::State& state, Backend backend) {
 
 // nfreplay's v9 sample as nfcollect stores it: kSampleDatagrams copies from one sender.
 constexpr int kSampleDatagrams = 5000;
-// The data-source attributes nfcollect --db writes.
+// The data-source attributes nfcollect --db writes. The test data source adds the one that has the driver
+// lend its connection to the library, as nfcollect does (TPNF_TEST_SQLITE_INSERTS=driver: without it).
 const std::wstring& CollectorSQLite() {
-    static const std::wstring attributes = [] {
-        std::wstring text = L";JournalMode=WAL;SyncPragma=NORMAL";
-        if (const std::string extension = tpnf::sqlite::ExtensionFile(); !extension.empty())
-            text += L";LoadExt=" + tpnf::FromUtf8(extension);
-        return text;
-    }();
+    static const std::wstring attributes = L";JournalMode=WAL;SyncPragma=NORMAL";
     return attributes;
 }
 constexpr char kCollectorPragmas[] = "pragma journal_mode=wal; pragma synchronous=normal";
@@ -340,6 +351,191 @@ void BM_SampleBulkLoad(benchmark::State& state, Backend backend) {
     TimeBulkLoad(state, backend, *Sample().csv, Sample().rows, CollectorSQLite(), kCollectorPragmas);
 }
 
+// Flow rows as nfcollect --flows-db stores them: kFlowRows flows made from nfreplay's v5, v9 and sFlow
+// samples in turn, written by the flows table in transactions of kFlowsPerWrite, against the same rows
+// as CSV bulk-loaded into the same table (its indexes included). A NULL is an empty CSV field, which
+// psql loads as NULL and sqlite3 as an empty text.
+constexpr size_t kFlowRows = 200000;
+constexpr size_t kFlowsPerWrite = 10000;
+
+struct FlowRows {
+    std::vector<CFlowRecord> flows;
+    std::filesystem::path dir = tpnf::test::NewTempDir();
+    std::filesystem::path csv = dir / "flows.csv";
+
+    FlowRows() {
+        CFlowMaker maker;
+        std::vector<CByteArray> datagrams;
+        std::vector<std::unique_ptr<CTPAbstractPacket>> packets;
+        for (const char* kind : {"v5", "v9", "sflow"}) {
+            datagrams.push_back(tpnf::tools::MakeSample(kind));
+            std::unique_ptr<CTPAbstractPacket> packet;
+            if (std::string_view(kind) == "v5")
+                packet = std::make_unique<CNetFlowPacketV5>();
+            else if (std::string_view(kind) == "v9")
+                packet = std::make_unique<CNetFlowPacketV9>();
+            else
+                packet = std::make_unique<CSFlowPacket>();
+            if (!packet->Decode(datagrams.back()))
+                std::abort();
+            packets.push_back(std::move(packet));
+        }
+        for (size_t i = 0; flows.size() < kFlowRows; ++i) {
+            CFlowContext context;
+            context.timeReceived = 1700000000000 + static_cast<int64_t>(i);
+            context.exporter.bytes = {192, 0, 2, static_cast<uint8_t>(1 + i % 3)};
+            context.exporter.length = 4;
+            context.exporter.port = 2055;
+            context.datagram = &datagrams[i % 3];
+            maker.Append(*packets[i % 3], context, flows);
+        }
+        flows.resize(kFlowRows);
+        std::ofstream out(csv);
+        char text[CFlowRecord::TEXT_CAPACITY];
+        for (const CFlowRecord& flow : flows) {
+            for (size_t k = 0; k < FLOW_KEY_COUNT; ++k) {
+                const auto key = static_cast<EFlowKey>(k);
+                if (k != 0)
+                    out << ',';
+                if (flow.IsNull(key))
+                    continue;
+                if (CFlowRecord::KeyKind(key) == EFlowKeyKind::Integer)
+                    out << flow.Get(key);
+                else
+                    out << '"' << flow.FormatText(key, text) << '"';
+            }
+            out << '\n';
+        }
+    }
+    ~FlowRows() {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    }
+};
+
+const FlowRows& Flows() {
+    static const FlowRows rows;
+    return rows;
+}
+
+int64_t StoredFlows(const TestDataSource& source) {
+    CDatabase db;
+    db.OpenEx(source.ConnectString());
+    CODBCRecordset rs(&db);
+    rs.Open(L"select count(*) as n from flows");
+    return rs.GetLong(L"n");
+}
+
+// The flows table on a fresh database, as nfcollect --flows-db sets SQLite up.
+bool OpenFlowTable(benchmark::State& state, const TestDataSource& source, CDatabase& db) {
+    if (!Available(state, source))
+        return false;
+    db.OpenEx(L"DSN=" + WriterSource(source, CollectorSQLite()));
+    CFlowTable(db).Create();
+    return true;
+}
+
+void BM_FlowsWriter(benchmark::State& state, Backend backend) {
+    const FlowRows& rows = Flows();
+    for (auto _ : state) {
+        TestDataSource source(backend);
+        CDatabase db;
+        if (!OpenFlowTable(state, source, db))
+            return;
+        CFlowTable table(db);
+        auto start = std::chrono::steady_clock::now();
+        for (size_t i = 0; i < rows.flows.size(); i += kFlowsPerWrite)
+            table.Write(rows.flows.data() + i, std::min(kFlowsPerWrite, rows.flows.size() - i));
+        double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (StoredFlows(source) != static_cast<int64_t>(kFlowRows)) {
+            state.SkipWithError("the flows table does not hold every row");
+            return;
+        }
+        Report(state, seconds, kFlowRows);
+    }
+}
+
+void BM_FlowsBulkLoad(benchmark::State& state, Backend backend) {
+    const FlowRows& rows = Flows();
+    for (auto _ : state) {
+        TestDataSource source(backend);
+        {
+            CDatabase db;
+            if (!OpenFlowTable(state, source, db))
+                return;
+        }
+        std::string command;
+        if (backend == Backend::SQLite) {
+            command = "sqlite3 '" + source.SQLiteFile().string() + "' -cmd '" + kCollectorPragmas +
+                      "' '.mode csv' '.import " + rows.csv.string() + " flows' > /dev/null";
+        } else {
+            command = Psql(source, {CopyFrom("flows", rows.csv)});
+        }
+        double seconds = TimeCommand(command);
+        if (seconds < 0) {
+            state.SkipWithError("the bulk load failed");
+            return;
+        }
+        if (StoredFlows(source) != static_cast<int64_t>(kFlowRows)) {
+            state.SkipWithError("the flows table does not hold every row");
+            return;
+        }
+        Report(state, seconds, kFlowRows);
+    }
+}
+
+// The most any INSERT-based writer can get from the server: the same rows, staged in tables of the same
+// shape by \copy beforehand, moved into the tables by INSERT ... SELECT within the server, with no client
+// and no parsing. PostgreSQL only (sqlite3 .import itself inserts row by row).
+void TimeInsertCeiling(benchmark::State& state, const std::vector<std::string>& tables,
+                       const std::vector<std::filesystem::path>& csvs, int64_t rows,
+                       const std::function<bool(const TestDataSource&)>& create,
+                       const std::function<int64_t(const TestDataSource&)>& stored) {
+    for (auto _ : state) {
+        TestDataSource source(Backend::PostgreSQL);
+        if (!Available(state, source) || !create(source))
+            return;
+        std::vector<std::string> stage, insert;
+        for (size_t i = 0; i < tables.size(); ++i) {
+            stage.push_back("create table stage_" + tables[i] + " (like " + tables[i] + ")");
+            stage.push_back(CopyFrom("stage_" + tables[i], csvs[i]));
+            insert.push_back("insert into " + tables[i] + " select * from stage_" + tables[i]);
+        }
+        if (TimeCommand(Psql(source, stage)) < 0) {
+            state.SkipWithError("staging the rows failed");
+            return;
+        }
+        double seconds = TimeCommand(Psql(source, insert));
+        if (seconds < 0) {
+            state.SkipWithError("the insert failed");
+            return;
+        }
+        if (stored(source) != rows) {
+            state.SkipWithError("the tables do not hold every row");
+            return;
+        }
+        Report(state, seconds, rows);
+    }
+}
+
+void BM_SampleInsertCeiling(benchmark::State& state) {
+    TimeInsertCeiling(
+        state, {"netflow_records", "netflow_attributes"}, {Sample().csv->records, Sample().csv->attributes},
+        Sample().rows,
+        [&](const TestDataSource& source) { return CreateTables(state, source, CollectorSQLite()); },
+        [](const TestDataSource& source) { return StoredRows(source); });
+}
+
+void BM_FlowsInsertCeiling(benchmark::State& state) {
+    TimeInsertCeiling(
+        state, {"flows"}, {Flows().csv}, kFlowRows,
+        [&](const TestDataSource& source) {
+            CDatabase db;
+            return OpenFlowTable(state, source, db);
+        },
+        [](const TestDataSource& source) { return StoredFlows(source); });
+}
+
 void Configure(benchmark::internal::Benchmark* b) {
     b->Iterations(1)->Repetitions(3)->UseManualTime()->Unit(benchmark::kMillisecond);
 }
@@ -354,6 +550,12 @@ BENCHMARK_CAPTURE(BM_SampleWriter, SQLite, Backend::SQLite)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_SampleBulkLoad, SQLite_sqlite3_import, Backend::SQLite)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_SampleWriter, PostgreSQL, Backend::PostgreSQL)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_SampleBulkLoad, PostgreSQL_psql_copy, Backend::PostgreSQL)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_FlowsWriter, SQLite, Backend::SQLite)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_FlowsBulkLoad, SQLite_sqlite3_import, Backend::SQLite)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_FlowsWriter, PostgreSQL, Backend::PostgreSQL)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_FlowsBulkLoad, PostgreSQL_psql_copy, Backend::PostgreSQL)->Apply(Configure);
+BENCHMARK(BM_SampleInsertCeiling)->Name("BM_SampleInsertCeiling/PostgreSQL")->Apply(Configure);
+BENCHMARK(BM_FlowsInsertCeiling)->Name("BM_FlowsInsertCeiling/PostgreSQL")->Apply(Configure);
 
 namespace {
 
@@ -378,6 +580,7 @@ public:
             const char* writer;
             const char* bulk;
             const char* label;
+            const char* what = "writer";
         } kPairs[] = {
             {"BM_WriterWritePackets/SQLite", "BM_BulkLoad/SQLite_sqlite3_import", "12-field rows, SQLite"},
             {"BM_WriterWritePackets/PostgreSQL", "BM_BulkLoad/PostgreSQL_psql_copy",
@@ -385,14 +588,20 @@ public:
             {"BM_SampleWriter/SQLite", "BM_SampleBulkLoad/SQLite_sqlite3_import", "v9 sample rows, SQLite"},
             {"BM_SampleWriter/PostgreSQL", "BM_SampleBulkLoad/PostgreSQL_psql_copy",
              "v9 sample rows, PostgreSQL"},
+            {"BM_FlowsWriter/SQLite", "BM_FlowsBulkLoad/SQLite_sqlite3_import", "flow rows, SQLite"},
+            {"BM_FlowsWriter/PostgreSQL", "BM_FlowsBulkLoad/PostgreSQL_psql_copy", "flow rows, PostgreSQL"},
+            {"BM_SampleInsertCeiling/PostgreSQL", "BM_SampleBulkLoad/PostgreSQL_psql_copy",
+             "v9 sample rows, PostgreSQL", "INSERT ... SELECT of staged rows"},
+            {"BM_FlowsInsertCeiling/PostgreSQL", "BM_FlowsBulkLoad/PostgreSQL_psql_copy",
+             "flow rows, PostgreSQL", "INSERT ... SELECT of staged rows"},
         };
         for (const auto& pair : kPairs) {
             auto writer = m_medians.find(pair.writer);
             auto bulk = m_medians.find(pair.bulk);
             if (writer == m_medians.end() || bulk == m_medians.end())
                 continue;
-            std::printf("writer/bulk load, %s: %.0f / %.0f rows/s = %.2f\n", pair.label, writer->second,
-                        bulk->second, writer->second / bulk->second);
+            std::printf("%s/bulk load, %s: %.0f / %.0f rows/s = %.2f\n", pair.what, pair.label,
+                        writer->second, bulk->second, writer->second / bulk->second);
         }
     }
 

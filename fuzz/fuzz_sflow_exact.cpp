@@ -1,27 +1,14 @@
 // sFlow decoding in exact mode, and in the default mode for comparison, with the invariants of the two
 // record holders: the packet's records that hold only their own kind and the samples GetSamples builds
-// agree with each other and with samples read directly into holders of every kind. Rendering runs only
-// for inputs of up to 512 bytes, where it stays cheap; larger inputs check decoding alone.
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-
+// agree with each other and with samples read directly into holders of every kind. Built twice like the
+// other packet harnesses (FuzzPacket.h): the decode harness checks decoding alone; the render harness
+// (TPNF_FUZZ_RENDER) also compares the texts of the samples, the packet and its copy for every input.
+#include "FuzzPacket.h"
 #include "sflow/SFlowPacket.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char* what) {
-    std::fprintf(stderr, "fuzz invariant broken: %s\n", what);
-    std::abort();
-}
-
-void Check(bool condition, const char* what) {
-    if (!condition)
-        Fail(what);
-}
-
-constexpr size_t kRenderUpTo = 512;
+using namespace tpnf::fuzz;
 
 // The samples read one CSFlowSample::Decode after another, as far as the packet's decode got.
 CArray<CSFlowSample, const CSFlowSample&> ReadWithFullHolders(const CByteArray& data, bool exact) {
@@ -63,7 +50,6 @@ void CheckMode(const CByteArray& data, bool exact) {
 
     const auto direct = ReadWithFullHolders(data, exact);
     Check(direct.size() == compact.size(), "samples read directly differ in number");
-    const bool render = data.size() <= kRenderUpTo;
     for (size_t i = 0; i < compact.size(); ++i) {
         const CSFlowSample& fields = compact[i].m_fields;
         Check(fields.m_records.empty(), "a compact sample's fields hold records");
@@ -92,7 +78,7 @@ void CheckMode(const CByteArray& data, bool exact) {
                               records[j].Get<CSFlowHeaderRecord>()->m_headerLength,
                       "exact header bytes differ from the header length");
         }
-        if (render) {
+        if constexpr (kRender) {
             const CString text = compact[i].ToString();
             Check(text == full[i].ToString() && text == direct[i].ToString(), "sample texts differ");
         }
@@ -100,7 +86,7 @@ void CheckMode(const CByteArray& data, bool exact) {
 
     CSFlowPacket copy(packet);
     Check(copy.GetSize() == packet.GetSize(), "a copy holds another number of samples");
-    if (render) {
+    if constexpr (kRender) {
         packet.SetSenderInfo(L"192.0.2.1", 6343);
         copy.SetSenderInfo(L"192.0.2.1", 6343);
         const CString text = packet.ToString();

@@ -426,6 +426,13 @@ int64_t StoredFlows(const TestDataSource& source) {
     return rs.GetLong(L"n");
 }
 
+bool AllFlowsStored(benchmark::State& state, const TestDataSource& source) {
+    if (StoredFlows(source) == static_cast<int64_t>(kFlowRows))
+        return true;
+    state.SkipWithError("the flows table does not hold every row");
+    return false;
+}
+
 // The flows table on a fresh database, as nfcollect --flows-db sets SQLite up.
 bool OpenFlowTable(benchmark::State& state, const TestDataSource& source, CDatabase& db) {
     if (!Available(state, source))
@@ -447,10 +454,8 @@ void BM_FlowsWriter(benchmark::State& state, Backend backend) {
         for (size_t i = 0; i < rows.flows.size(); i += kFlowsPerWrite)
             table.Write(rows.flows.data() + i, std::min(kFlowsPerWrite, rows.flows.size() - i));
         double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (StoredFlows(source) != static_cast<int64_t>(kFlowRows)) {
-            state.SkipWithError("the flows table does not hold every row");
+        if (!AllFlowsStored(state, source))
             return;
-        }
         Report(state, seconds, kFlowRows);
     }
 }
@@ -476,10 +481,8 @@ void BM_FlowsBulkLoad(benchmark::State& state, Backend backend) {
             state.SkipWithError("the bulk load failed");
             return;
         }
-        if (StoredFlows(source) != static_cast<int64_t>(kFlowRows)) {
-            state.SkipWithError("the flows table does not hold every row");
+        if (!AllFlowsStored(state, source))
             return;
-        }
         Report(state, seconds, kFlowRows);
     }
 }

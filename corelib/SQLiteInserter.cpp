@@ -5,6 +5,7 @@
 #include <sqlext.h>
 #include <sqlite3ext.h>
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 
@@ -16,8 +17,10 @@
 namespace {
 
 // The SQLite library's functions, as the driver's SQLite hands them to an extension: this library does
-// not link SQLite itself, and so uses the very SQLite the driver does.
-const sqlite3_api_routines* sqlite3_api = nullptr;
+// not link SQLite itself, and so uses the very SQLite the driver does. Connections opened on several
+// threads at once each hand it over; sqlite3ext.h's names reach it through sqlite3_api.
+std::atomic<const sqlite3_api_routines*> g_api{nullptr};
+#define sqlite3_api (g_api.load(std::memory_order_acquire))
 
 // SELECT tpnf_connection(): the connection running it, as an integer.
 void ConnectionFunction(sqlite3_context* context, int, sqlite3_value**) {
@@ -30,7 +33,7 @@ void ConnectionFunction(sqlite3_context* context, int, sqlite3_value**) {
 // The entry point SQLite derives from the file name libtp_corelib.so.
 extern "C" __attribute__((visibility("default"))) int
 sqlite3_tpcorelib_init(sqlite3* db, char** /*error*/, const sqlite3_api_routines* api) {
-    sqlite3_api = api;
+    g_api.store(api, std::memory_order_release);
     return sqlite3_create_function(db, "tpnf_connection", 0, SQLITE_UTF8 | SQLITE_DIRECTONLY, nullptr,
                                    ConnectionFunction, nullptr, nullptr);
 }

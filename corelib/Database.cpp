@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <mutex>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -18,6 +19,10 @@ CDatabase::~CDatabase() {
 
 BOOL CDatabase::OpenEx(const CString& connect) {
     Close();
+    // unixODBC reads its configuration and finds the data source through buffers shared by every
+    // thread: stores opening at once on their own threads connect one at a time.
+    static std::mutex connecting;
+    std::lock_guard<std::mutex> lock(connecting);
     SQLHENV env = SQL_NULL_HENV;
     if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env)))
         throw CDBException(SQL_ERROR, L"Cannot allocate an ODBC environment\n");

@@ -85,8 +85,7 @@ void CDatabase::Close() {
     m_bExplicitTrans = false; // the disconnect ended it
     m_strDBMSName.clear();
     m_nDBMSVersion = 0;
-    m_sqlite = nullptr;
-    m_sqliteKnown = false;
+    m_sqlite.reset();
 }
 
 BOOL CDatabase::BeginTrans() {

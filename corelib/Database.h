@@ -3,6 +3,7 @@
 #include <exception>
 #include <functional>
 #include <future>
+#include <optional>
 #include <vector>
 
 #include "corelib/DBException.h"
@@ -80,8 +81,8 @@ private:
     bool m_bExplicitTrans = false; // begun by a statement (autocommit stays on): ended by one too
     CString m_strDBMSName;
     int m_nDBMSVersion = 0;
-    void* m_sqlite = nullptr; // SQLite's own connection under the driver's, when the driver lends it
-    bool m_sqliteKnown = false;
+    // SQLite's own connection under the driver's (null: not lent), once asked.
+    std::optional<void*> m_sqlite;
     std::vector<CODBCRecordset*> m_Recordsets;
     std::future<void> m_write;
     std::exception_ptr m_writeFailure;

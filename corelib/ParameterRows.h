@@ -5,7 +5,6 @@
 #include <vector>
 
 #include <sql.h>
-#include <sqlext.h>
 
 #include "corelib/DBField.h"
 #include "corelib/RecordsetColumn.h"

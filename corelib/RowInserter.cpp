@@ -17,14 +17,13 @@ std::unique_ptr<CRowInserter> CRowInserter::Create(CDatabase& db, const std::str
     if (db.GetDBMSName() == L"PostgreSQL" && db.GetDBMSVersion() >= 10 && CArrayInserter::CanWrite(columns))
         return std::make_unique<CArrayInserter>(db, table, columns);
     if (db.GetDBMSName() == L"SQLite") {
-        if (!db.m_sqliteKnown) { // asked once per connection
+        if (!db.m_sqlite) { // asked once per connection
             SQLHSTMT stmt = db.AllocStatement();
             db.m_sqlite = CSQLiteInserter::Connection(stmt);
             tpnf::odbc::FreeStatement(stmt);
-            db.m_sqliteKnown = true;
         }
-        if (db.m_sqlite != nullptr)
-            return std::make_unique<CSQLiteInserter>(db, table, columns, static_cast<sqlite3*>(db.m_sqlite));
+        if (*db.m_sqlite != nullptr)
+            return std::make_unique<CSQLiteInserter>(db, table, columns, static_cast<sqlite3*>(*db.m_sqlite));
     }
     return std::make_unique<CValuesInserter>(db, table, columns);
 }

@@ -161,11 +161,9 @@ sqlite3_stmt* CSQLiteInserter::Prepare(const std::string& sql) {
 
 void CSQLiteInserter::Step(sqlite3_stmt* stmt) {
     const int rc = sqlite3_step(stmt);
-    if (rc != SQLITE_DONE && rc != SQLITE_ROW) {
-        sqlite3_reset(stmt);
+    sqlite3_reset(stmt); // keeps the failure's message
+    if (rc != SQLITE_DONE && rc != SQLITE_ROW)
         ThrowError(rc);
-    }
-    sqlite3_reset(stmt);
 }
 
 // In manual-commit mode the driver begins its transaction with the next statement it runs; rows written

@@ -54,6 +54,13 @@ protected:
         return rs.GetLong(L"v");
     }
 
+    // Adds a row of t with only its key set.
+    static void AddId(CODBCRecordset& rs, int32_t id) {
+        rs.AddNew();
+        rs.Field(L"id") = id;
+        rs.Update();
+    }
+
     static void CreateTable(CDatabase& db) {
         db.ExecuteSQL(L"create table t (id integer NOT NULL PRIMARY KEY, n bigint, txt varchar(20), r real)");
     }
@@ -199,17 +206,12 @@ TEST_F(SQLiteInserterTest, WithoutATransactionAFailedBatchStoresNothingOfIt) {
         CreateTable(db);
         CODBCRecordset rs(&db);
         rs.Open(L"select * from t");
-        for (int32_t id : {1, 2, 3, 2, 4}) {
-            rs.AddNew();
-            rs.Field(L"id") = id;
-            rs.Update();
-        }
+        for (int32_t id : {1, 2, 3, 2, 4})
+            AddId(rs, id);
         EXPECT_THROW(rs.Close(), CDBException);
         for (int32_t id : {5, 6}) {
             rs.Open(L"select * from t");
-            rs.AddNew();
-            rs.Field(L"id") = id;
-            rs.Update();
+            AddId(rs, id);
             rs.Close();
         }
         CDatabase other;
@@ -227,11 +229,8 @@ TEST_F(SQLiteInserterTest, RowsBelongToTheTransactionBegunAfterTheRecordsetOpene
     rs.Open(L"select * from t");
     for (bool commit : {false, true}) {
         ASSERT_TRUE(db.BeginTrans());
-        for (int32_t i = 0; i < 10; ++i) {
-            rs.AddNew();
-            rs.Field(L"id") = i;
-            rs.Update();
-        }
+        for (int32_t i = 0; i < 10; ++i)
+            AddId(rs, i);
         if (commit)
             db.CommitTrans();
         else
@@ -249,9 +248,7 @@ TEST_F(SQLiteInserterTest, ARefusedValueWritesNothing) {
     CreateTable(db);
     CODBCRecordset rs(&db);
     rs.Open(L"select * from t");
-    rs.AddNew();
-    rs.Field(L"id") = 1;
-    rs.Update();
+    AddId(rs, 1);
     rs.AddNew();
     rs.Field(L"id") = 2;
     rs.Field(L"n") = CString(L"12x");
@@ -275,9 +272,7 @@ TEST_F(SQLiteInserterTest, ClosingTheDatabaseClosesSQLitesConnection) {
         CODBCRecordset rs(&db);
         rs.Open(L"select * from t");
         for (int32_t id : {1, 2}) {
-            rs.AddNew();
-            rs.Field(L"id") = id;
-            rs.Update();
+            AddId(rs, id);
             if (id == 1)
                 db.ExecuteSQL(L"select 1"); // writes row 1; row 2 stays buffered and is dropped
         }

@@ -8,6 +8,10 @@
 // database gives the median writer rows/s over the median bulk-load rows/s of the same rows. For the
 // bulk load alone: --benchmark_filter=BM_SampleBulkLoad (add --benchmark_format=json to read rows_per_s).
 //
+// Each case also shows where its time went: client_cpu is this process's CPU and that of the commands it
+// ran (psql, sqlite3), server_cpu that of the PostgreSQL server's processes, each in cores over the case's
+// wall time. A PostgreSQL case with server_cpu near 1 waits for its one server backend.
+//
 // Uses the data sources of the database tests: eval "$(scripts/odbc-env)" after scripts/pg-server start.
 // Without TPNF_TEST_PG_DSN the PostgreSQL cases are skipped. Each case runs 3 times; read the median.
 
@@ -18,14 +22,18 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "corelib/Database.h"
@@ -119,9 +127,81 @@ bool Available(benchmark::State& state, const TestDataSource& source) {
     return false;
 }
 
-void Report(benchmark::State& state, double seconds, int64_t rows = kRows) {
-    state.SetIterationTime(seconds);
-    state.counters["rows_per_s"] = benchmark::Counter(static_cast<double>(rows) / seconds);
+// Seconds of CPU in /proc/<pid>/stat: user and system, its own and its waited-for children's.
+double ProcessCpu(const std::string& pid, std::string& name) {
+    std::ifstream in("/proc/" + pid + "/stat");
+    std::string stat;
+    if (!std::getline(in, stat))
+        return 0;
+    const size_t open = stat.find('('), close = stat.rfind(')');
+    if (open == std::string::npos || close == std::string::npos)
+        return 0;
+    name = stat.substr(open + 1, close - open - 1);
+    std::istringstream fields(stat.substr(close + 2)); // from the third field, the state
+    std::vector<std::string> field(std::istream_iterator<std::string>(fields), {});
+    if (field.size() < 15)
+        return 0;
+    // utime, stime, cutime, cstime are the 14th to 17th fields
+    const double ticks =
+        std::stod(field[11]) + std::stod(field[12]) + std::stod(field[13]) + std::stod(field[14]);
+    return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+// The CPU of every PostgreSQL server process on this machine: the running ones, and through the
+// postmaster's children times those that ended (a psql session's backend).
+double ServerCpu() {
+    double seconds = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        const std::string pid = entry.path().filename();
+        if (!std::all_of(pid.begin(), pid.end(), [](char c) { return c >= '0' && c <= '9'; }))
+            continue;
+        std::string name;
+        const double cpu = ProcessCpu(pid, name);
+        if (name == "postgres")
+            seconds += cpu;
+    }
+    return seconds;
+}
+
+// This process and the commands it ran and waited for (psql, sqlite3).
+double ClientCpu() {
+    rusage self{}, children{};
+    getrusage(RUSAGE_SELF, &self);
+    getrusage(RUSAGE_CHILDREN, &children);
+    auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+    return seconds(self.ru_utime) + seconds(self.ru_stime) + seconds(children.ru_utime) +
+           seconds(children.ru_stime);
+}
+
+// A timed part: its wall time, and the CPU the client side and the PostgreSQL server used meanwhile, each
+// as a share of one core over that time (one side near 1.0 while the other is not: that side bounds it).
+struct Timing {
+    double seconds = -1; // negative: the part failed
+    double client = 0;
+    double server = 0;
+};
+
+class Stopwatch {
+public:
+    Timing Stop() const {
+        Timing timing;
+        timing.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+        timing.client = (ClientCpu() - m_client) / timing.seconds;
+        timing.server = (ServerCpu() - m_server) / timing.seconds;
+        return timing;
+    }
+
+private:
+    double m_server = ServerCpu();
+    double m_client = ClientCpu();
+    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+};
+
+void Report(benchmark::State& state, const Timing& timing, int64_t rows = kRows) {
+    state.SetIterationTime(timing.seconds);
+    state.counters["rows_per_s"] = benchmark::Counter(static_cast<double>(rows) / timing.seconds);
+    state.counters["client_cpu"] = timing.client;
+    state.counters["server_cpu"] = timing.server;
 }
 
 // Rows in the two tables, read back after a load so that no case counts rows it did not store.
@@ -163,16 +243,16 @@ void TimeWriter(benchmark::State& state, Backend backend, const std::vector<std:
         }
         for (const auto& packet : packets)
             writer.AddPacket(packet.get());
-        auto start = std::chrono::steady_clock::now();
+        Stopwatch stopwatch;
         int written = writer.WritePackets();
-        double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const Timing timing = stopwatch.Stop();
         if (written != 1) {
             state.SkipWithError(tpnf::ToUtf8(writer.m_strLastError).c_str());
             return;
         }
         if (!AllStored(state, source, rows))
             return;
-        Report(state, seconds, rows);
+        Report(state, timing, rows);
     }
 }
 
@@ -254,11 +334,13 @@ bool CreateTables(benchmark::State& state, const TestDataSource& source, std::ws
     return false;
 }
 
-double TimeCommand(const std::string& command) {
-    auto start = std::chrono::steady_clock::now();
+Timing TimeCommand(const std::string& command) {
+    Stopwatch stopwatch;
     int status = std::system(command.c_str());
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return status == 0 ? seconds : -1.0;
+    Timing timing = stopwatch.Stop();
+    if (status != 0)
+        timing.seconds = -1;
+    return timing;
 }
 
 // psql on the source's schema running each of commands, in one transaction.
@@ -291,14 +373,14 @@ void TimeBulkLoad(benchmark::State& state, Backend backend, const CsvFiles& csv,
             command = Psql(source, {CopyFrom("netflow_records", csv.records),
                                     CopyFrom("netflow_attributes", csv.attributes)});
         }
-        double seconds = TimeCommand(command);
-        if (seconds < 0) {
+        const Timing timing = TimeCommand(command);
+        if (timing.seconds < 0) {
             state.SkipWithError("the bulk load failed");
             return;
         }
         if (!AllStored(state, source, rows))
             return;
-        Report(state, seconds, rows);
+        Report(state, timing, rows);
     }
 }
 
@@ -450,13 +532,13 @@ void BM_FlowsWriter(benchmark::State& state, Backend backend) {
         if (!OpenFlowTable(state, source, db))
             return;
         CFlowTable table(db);
-        auto start = std::chrono::steady_clock::now();
+        Stopwatch stopwatch;
         for (size_t i = 0; i < rows.flows.size(); i += kFlowsPerWrite)
             table.Write(rows.flows.data() + i, std::min(kFlowsPerWrite, rows.flows.size() - i));
-        double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const Timing timing = stopwatch.Stop();
         if (!AllFlowsStored(state, source))
             return;
-        Report(state, seconds, kFlowRows);
+        Report(state, timing, kFlowRows);
     }
 }
 
@@ -476,14 +558,14 @@ void BM_FlowsBulkLoad(benchmark::State& state, Backend backend) {
         } else {
             command = Psql(source, {CopyFrom("flows", rows.csv)});
         }
-        double seconds = TimeCommand(command);
-        if (seconds < 0) {
+        const Timing timing = TimeCommand(command);
+        if (timing.seconds < 0) {
             state.SkipWithError("the bulk load failed");
             return;
         }
         if (!AllFlowsStored(state, source))
             return;
-        Report(state, seconds, kFlowRows);
+        Report(state, timing, kFlowRows);
     }
 }
 
@@ -504,12 +586,12 @@ void TimeInsertCeiling(benchmark::State& state, const std::vector<std::string>& 
             stage.push_back(CopyFrom("stage_" + tables[i], csvs[i]));
             insert.push_back("insert into " + tables[i] + " select * from stage_" + tables[i]);
         }
-        if (TimeCommand(Psql(source, stage)) < 0) {
+        if (TimeCommand(Psql(source, stage)).seconds < 0) {
             state.SkipWithError("staging the rows failed");
             return;
         }
-        double seconds = TimeCommand(Psql(source, insert));
-        if (seconds < 0) {
+        const Timing timing = TimeCommand(Psql(source, insert));
+        if (timing.seconds < 0) {
             state.SkipWithError("the insert failed");
             return;
         }
@@ -517,7 +599,7 @@ void TimeInsertCeiling(benchmark::State& state, const std::vector<std::string>& 
             state.SkipWithError("the tables do not hold every row");
             return;
         }
-        Report(state, seconds, rows);
+        Report(state, timing, rows);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <asio/io_context.hpp>
 #include <asio/ip/address.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <future>
 #include <mutex>
@@ -34,7 +35,8 @@ class CNetFlowDatabase;
 //
 // Beyond the defaults, a host may set before Init where the session listens (SetListenAddresses, IPv4 and
 // IPv6), whether its port may be shared with sessions on other threads (SetReusePort); and at any time
-// which senders it accepts (SetAllowList) and how it decodes (SetDecodeOptions). Without these calls the
+// which senders it accepts (SetAllowList), how it decodes (SetDecodeOptions) and whether the socket pauses
+// after a read that found few datagrams (SetCoalesceDelay). Without these calls the
 // session listens on every IPv4 address, accepts every sender and decodes every datagram as
 // Decode(CByteArray) does. Sessions on different threads, each with its own loop, share only process-wide
 // state: the trace-file number (drawn atomically) and the NetFlow v9 template store (see its header).
@@ -95,6 +97,14 @@ public:
     // The address whose socket the last Init could not open or bind; empty when none failed.
     const std::string& GetSocketErrorAddress() const { return m_socketErrorAddress; }
 
+    // After a read that found fewer than CNetFlowSocket::kCoalesceBelow datagrams, the socket pauses this
+    // long before it waits for more, so that each wake-up of the loop handles several datagrams: less CPU
+    // per datagram at moderate rates, for up to this much more delay, and the loop runs no other handler
+    // meanwhile. The receive buffer must hold that long of traffic. Zero (the default): no pause. Takes
+    // effect from the next read; call on the loop's thread.
+    void SetCoalesceDelay(std::chrono::microseconds delay) { m_coalesceDelay = delay; }
+    std::chrono::microseconds GetCoalesceDelay() const { return m_coalesceDelay; }
+
     // Senders whose datagrams are handled; others are counted as refused and otherwise dropped. Empty
     // (the default): every sender. Takes effect from the next datagram; call on the loop's thread.
     void SetAllowList(const std::vector<CAddressPrefix>& prefixes);
@@ -143,6 +153,7 @@ private:
     Statistics m_statistics;
     std::vector<asio::ip::address> m_listenAddresses;
     bool m_bReusePort = false;
+    std::chrono::microseconds m_coalesceDelay{0};
     std::vector<CAddressPrefix> m_allowList;
     uint64_t m_allowListVersion = 0; // tells the socket's sender cache that the list changed
     CDecodeOptions m_decodeOptions;

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <thread>
 #include <unordered_map>
 
 #include "corelib/Utility.h"
@@ -410,25 +411,32 @@ void CNetFlowSocket::StartWait(const std::shared_ptr<Receiver>& receiver) {
 void CNetFlowSocket::HandleReadable(const std::shared_ptr<Receiver>& receiver, const std::error_code& error) {
     if (receiver->pSocket == nullptr || error == asio::error::operation_aborted)
         return;
-    if (!error)
-        ReadBatch(*receiver);
+    if (!error) {
+        const int got = ReadBatch(*receiver);
+        if (receiver->pSocket != nullptr && got > 0 && got < kCoalesceBelow) {
+            const std::chrono::microseconds pause = receiver->pSocket->m_pSession->m_coalesceDelay;
+            if (pause.count() > 0)
+                std::this_thread::sleep_for(pause); // the wake-ups saved cost more than the pause
+        }
+    }
     if (receiver->pSocket != nullptr)
         StartWait(receiver);
 }
 
-void CNetFlowSocket::ReadBatch(Receiver& receiver) {
+int CNetFlowSocket::ReadBatch(Receiver& receiver) {
     const int got = recvmmsg(receiver.pUdp->native_handle(), receiver.messages.data(), kDrainLimit,
                              MSG_DONTWAIT, nullptr);
     if (got <= 0) // would_block: the queue is empty; anything else is met by the next readiness
-        return;
+        return 0;
     const int64_t receivedMs = NowMs();
     for (int i = 0; i < got; ++i) {
         // The host may stop the session while a datagram is handled: then the socket is gone, and the
         // datagrams read after that one go with it.
         if (receiver.pSocket == nullptr)
-            return;
+            return i;
         Dispatch(receiver, i, receivedMs);
     }
+    return got;
 }
 
 void CNetFlowSocket::Dispatch(Receiver& receiver, int index, int64_t receivedMs) {

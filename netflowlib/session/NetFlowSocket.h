@@ -70,6 +70,8 @@ public:
 
     // Datagrams handled per readiness at most, so that timers and messages of the loop are not starved.
     static constexpr int kDrainLimit = 64;
+    // A read that found fewer datagrams than this is followed by the session's coalescing pause.
+    static constexpr int kCoalesceBelow = kDrainLimit / 2;
 
     // The process-wide trace-file number, last one used; 0 before the first file. Sessions on several
     // threads draw distinct numbers from it.
@@ -91,8 +93,9 @@ private:
 
     static void StartWait(const std::shared_ptr<Receiver>& receiver);
     static void HandleReadable(const std::shared_ptr<Receiver>& receiver, const std::error_code& error);
-    // Reads one batch and hands each datagram to Dispatch while the socket stays open.
-    static void ReadBatch(Receiver& receiver);
+    // Reads one batch and hands each datagram to Dispatch while the socket stays open; says how many
+    // datagrams it read.
+    static int ReadBatch(Receiver& receiver);
     // One received datagram through the allowlist and OnReceive, with the statistics and the session's
     // notification.
     static void Dispatch(Receiver& receiver, int index, int64_t receivedMs);

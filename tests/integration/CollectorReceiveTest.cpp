@@ -125,6 +125,30 @@ TEST_F(CollectorReceiveTest, ReceiveBufferHoldsABurstWhileTheCollectorCannotRead
         << r.err;
 }
 
+// With a coalescing pause after small reads, every datagram of a stream is still received and decoded,
+// with one worker and with two.
+TEST_F(CollectorReceiveTest, CoalescingPauseReceivesEveryDatagram) {
+    constexpr int kSent = 300;
+    for (const char* workers : {"1", "2"}) {
+        CollectorProcess collector(m_dir);
+        ASSERT_TRUE(
+            collector.Start({"--port", Port(), "--format", "none", "--coalesce-usecs", "2000", "--workers",
+                             workers, "--receive-buffer", "4000000", "--count", std::to_string(kSent)}));
+        ASSERT_TRUE(collector.WaitListening(m_port));
+        Sender sender;
+        for (int i = 0; i < kSent; ++i) {
+            sender.SendNow(m_port, tpnf::test::OneFlowV5(static_cast<uint32_t>(i)));
+            if (i % 10 == 0)
+                std::this_thread::sleep_for(1ms); // small reads, each followed by the pause
+        }
+        const CollectorResult r = collector.Wait();
+        EXPECT_EQ(r.exitCode, 0) << r.err;
+        EXPECT_NE(LastLine(r.err).find(": 300 datagrams, 300 packets (NetFlow v5 300), 0 decode errors"),
+                  std::string::npos)
+            << workers << " workers: " << r.err;
+    }
+}
+
 // Beyond net.core.rmem_max the kernel grants less; the collector says how much.
 TEST_F(CollectorReceiveTest, ReceiveBufferBeyondTheSystemLimitIsReported) {
     const std::string limit = tpnf::test::ReadWholeFile("/proc/sys/net/core/rmem_max");

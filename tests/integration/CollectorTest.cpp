@@ -289,6 +289,7 @@ TEST_F(CollectorTest, UsageErrorsEndWithTwo) {
                                                  {"--format", "xml"},
                                                  {"--db", "a", "--dsn", "b"},
                                                  {"--count", "-1"},
+                                                 {"--coalesce-usecs", "10001"},
                                                  {"--no-such-option"}}) {
         Result r = Run(args, {}, false);
         EXPECT_EQ(r.exitCode, 2) << args[0];

@@ -1,15 +1,18 @@
 // Several queued datagrams are handled per readiness: each alone and in arrival order, at most
 // kDrainLimit per round, with the sender of each, and a session stopped from a handler stops the round.
+// A round that read few datagrams is followed by the session's coalescing pause, when it has one.
 
 #include <gtest/gtest.h>
 
 #include <asio/post.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "corelib/Utility.h"
 #include "netflow/NetFlowPacketV5.h"
@@ -288,4 +291,34 @@ TEST(DrainTraceTest, TraceFilesHoldExactlyEachDatagramWhateverTheSizeBefore) {
     CUtility::SetPduTraceDir(L"");
     std::error_code ignored;
     fs::remove_all(dir, ignored);
+}
+
+// The pause follows a round of fewer than kCoalesceBelow datagrams and no other; half a second, so that
+// the rounds with it and without it cannot be mistaken for each other on a loaded machine.
+TEST_F(DrainTest, ARoundOfFewDatagramsIsFollowedByTheCoalescingPause) {
+    EXPECT_EQ(session.GetCoalesceDelay(), std::chrono::microseconds(0)) << "off by default";
+    constexpr std::chrono::milliseconds kPause(500);
+    session.SetCoalesceDelay(kPause);
+    uint32_t sequence = 0;
+    // Queues count datagrams, then runs the rounds that handle them: one round, timed.
+    auto timedRound = [&](uint32_t count) {
+        for (uint32_t i = 0; i < count; ++i)
+            sender.Send(port, NetFlowV5(sequence++, 1, 1));
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(RunRounds(Datagrams() + count), std::vector<uint64_t>{count});
+        return std::chrono::steady_clock::now() - start;
+    };
+    EXPECT_GE(timedRound(1), kPause);
+    EXPECT_GE(timedRound(CNetFlowSocket::kCoalesceBelow - 1), kPause);
+    EXPECT_LT(timedRound(CNetFlowSocket::kCoalesceBelow), kPause);
+    session.SetCoalesceDelay(std::chrono::microseconds(0));
+    EXPECT_LT(timedRound(1), kPause);
+
+    TakeAll();
+    ASSERT_EQ(packets.size(), sequence);
+    for (uint32_t i = 0; i < sequence; ++i) {
+        CNetFlowPacketV5* packet = V5(i);
+        ASSERT_NE(packet, nullptr);
+        EXPECT_EQ(packet->GetHeader().m_flowSequence, static_cast<int32_t>(i));
+    }
 }

@@ -128,6 +128,7 @@ bool CCollector::Start() {
     settings.allow = AllowListOf(m_options);
     settings.reusePort = m_options.workers > 1;
     settings.receiveBuffer = m_options.receiveBuffer;
+    settings.coalesceDelay = std::chrono::microseconds(m_options.coalesceUsecs);
     UINT port = 0;
     for (int i = 0; i < m_options.workers; ++i) {
         auto worker = std::make_unique<CWorker>(settings);

@@ -18,6 +18,7 @@ struct CollectorOptions {
     std::vector<std::string> allow;
     int workers = 1;
     int receiveBuffer = 0;
+    int coalesceUsecs = 0;
     std::string format = "text";
     uint64_t count = 0;
     double duration = 0;

@@ -35,6 +35,7 @@ void CWorker::Run(std::promise<std::error_code>& started) {
     m_pSession->SetListenAddresses(m_settings.listen);
     m_pSession->SetAllowList(m_settings.allow);
     m_pSession->SetReusePort(m_settings.reusePort);
+    m_pSession->SetCoalesceDelay(m_settings.coalesceDelay);
     m_pSession->m_onDatagram = [this] {
         if (const CDatagramInfo* pInfo = m_pSession->GetDatagramInfo())
             m_pOwner->DatagramHandled(*pInfo);

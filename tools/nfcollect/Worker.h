@@ -3,6 +3,7 @@
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 
+#include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
@@ -30,6 +31,7 @@ public:
         std::vector<CAddressPrefix> allow;     // empty: every sender
         bool reusePort = false;
         int receiveBuffer = 0; // bytes; 0: the system's default
+        std::chrono::microseconds coalesceDelay{0};
         bool trace = false;
         CDecodeOptions decodeOptions;
         OutputFormat format = OutputFormat::Text;

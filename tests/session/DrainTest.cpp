@@ -91,6 +91,17 @@ protected:
         session.GetPackets(taken);
         packets.insert(packets.end(), taken.begin(), taken.end());
     }
+    // Takes the session's packets and checks that they are the datagrams of flow sequence 0 to count - 1,
+    // in that order.
+    void ExpectSequencesInOrder(uint32_t count) {
+        TakeAll();
+        ASSERT_EQ(packets.size(), count);
+        for (uint32_t i = 0; i < count; ++i) {
+            CNetFlowPacketV5* packet = V5(i);
+            ASSERT_NE(packet, nullptr);
+            EXPECT_EQ(packet->GetHeader().m_flowSequence, static_cast<int32_t>(i));
+        }
+    }
     CNetFlowPacketV5* V5(size_t index) {
         EXPECT_LT(index, packets.size());
         if (index >= packets.size())
@@ -119,13 +130,7 @@ TEST_F(DrainTest, QueuedDatagramsAreHandledSeveralPerReadinessInArrivalOrder) {
     ASSERT_EQ(Datagrams(), kCount);
     ASSERT_FALSE(rounds.empty());
     EXPECT_EQ(rounds.front(), kCount) << "all queued datagrams in the first round";
-    TakeAll();
-    ASSERT_EQ(packets.size(), kCount);
-    for (uint32_t i = 0; i < kCount; ++i) {
-        CNetFlowPacketV5* packet = V5(i);
-        ASSERT_NE(packet, nullptr);
-        EXPECT_EQ(packet->GetHeader().m_flowSequence, static_cast<int32_t>(i));
-    }
+    ExpectSequencesInOrder(kCount);
     // Each datagram was handed to the owner on its own.
     EXPECT_EQ(owner.Count(WM_NETFLOW_PACKET), kCount);
 }
@@ -150,13 +155,7 @@ TEST_F(DrainTest, ARoundTakesAtMostTheLimitAndTheLoopRunsOtherWorkBetweenRounds)
               static_cast<uint64_t>(CNetFlowSocket::kDrainLimit));
     EXPECT_TRUE(otherWorkRan);
     EXPECT_LT(datagramsWhenOtherWorkRan, count);
-    TakeAll();
-    ASSERT_EQ(packets.size(), count);
-    for (uint32_t i = 0; i < count; ++i) {
-        CNetFlowPacketV5* packet = V5(i);
-        ASSERT_NE(packet, nullptr);
-        EXPECT_EQ(packet->GetHeader().m_flowSequence, static_cast<int32_t>(i));
-    }
+    ExpectSequencesInOrder(count);
 }
 
 TEST_F(DrainTest, StopFromAPacketHandlerEndsTheRoundAndNothingMoreIsRead) {
@@ -173,13 +172,7 @@ TEST_F(DrainTest, StopFromAPacketHandlerEndsTheRoundAndNothingMoreIsRead) {
         loop, [] { return false; }, std::chrono::milliseconds(100));
     EXPECT_EQ(Datagrams(), 3u);
     EXPECT_EQ(owner.Count(WM_NETFLOW_PACKET), 3u);
-    TakeAll();
-    ASSERT_EQ(packets.size(), 3u);
-    for (uint32_t i = 0; i < 3; ++i) {
-        CNetFlowPacketV5* packet = V5(i);
-        ASSERT_NE(packet, nullptr);
-        EXPECT_EQ(packet->GetHeader().m_flowSequence, static_cast<int32_t>(i));
-    }
+    ExpectSequencesInOrder(3);
 }
 
 TEST_F(DrainTest, StopFromTheDatagramCallbackEndsTheRound) {
@@ -314,11 +307,5 @@ TEST_F(DrainTest, ARoundOfFewDatagramsIsFollowedByTheCoalescingPause) {
     session.SetCoalesceDelay(std::chrono::microseconds(0));
     EXPECT_LT(timedRound(1), kPause);
 
-    TakeAll();
-    ASSERT_EQ(packets.size(), sequence);
-    for (uint32_t i = 0; i < sequence; ++i) {
-        CNetFlowPacketV5* packet = V5(i);
-        ASSERT_NE(packet, nullptr);
-        EXPECT_EQ(packet->GetHeader().m_flowSequence, static_cast<int32_t>(i));
-    }
+    ExpectSequencesInOrder(sequence);
 }

@@ -231,12 +231,13 @@ CString WriterSource(const TestDataSource& source, std::wstring_view sqliteAttri
 
 template <typename Packet>
 void TimeWriter(benchmark::State& state, Backend backend, const std::vector<std::unique_ptr<Packet>>& packets,
-                int64_t rows, std::wstring_view sqliteAttributes) {
+                int64_t rows, std::wstring_view sqliteAttributes, bool copy) {
     for (auto _ : state) {
         TestDataSource source(backend);
         if (!Available(state, source))
             return;
         BenchWriter writer(WriterSource(source, sqliteAttributes));
+        writer.SetBulkCopy(copy ? TRUE : FALSE);
         if (writer.OpenDatabase() != 1) {
             state.SkipWithError(tpnf::ToUtf8(writer.m_strLastError).c_str());
             return;
@@ -256,8 +257,8 @@ void TimeWriter(benchmark::State& state, Backend backend, const std::vector<std:
     }
 }
 
-void BM_WriterWritePackets(benchmark::State& state, Backend backend) {
-    TimeWriter(state, backend, Packets(), kRows, L"");
+void BM_WriterWritePackets(benchmark::State& state, Backend backend, bool copy) {
+    TimeWriter(state, backend, Packets(), kRows, L"", copy);
 }
 
 // The same rows as CSV files, written once.
@@ -425,8 +426,8 @@ const SampleRows& Sample() {
     return sample;
 }
 
-void BM_SampleWriter(benchmark::State& state, Backend backend) {
-    TimeWriter(state, backend, Sample().packets, Sample().rows, CollectorSQLite());
+void BM_SampleWriter(benchmark::State& state, Backend backend, bool copy) {
+    TimeWriter(state, backend, Sample().packets, Sample().rows, CollectorSQLite(), copy);
 }
 
 void BM_SampleBulkLoad(benchmark::State& state, Backend backend) {
@@ -524,13 +525,15 @@ bool OpenFlowTable(benchmark::State& state, const TestDataSource& source, CDatab
     return true;
 }
 
-void BM_FlowsWriter(benchmark::State& state, Backend backend) {
+void BM_FlowsWriter(benchmark::State& state, Backend backend, bool copy) {
     const FlowRows& rows = Flows();
     for (auto _ : state) {
         TestDataSource source(backend);
         CDatabase db;
         if (!OpenFlowTable(state, source, db))
             return;
+        if (copy)
+            db.OpenCopyConnection(source.ConnectString());
         CFlowTable table(db);
         Stopwatch stopwatch;
         for (size_t i = 0; i < rows.flows.size(); i += kFlowsPerWrite)
@@ -627,17 +630,20 @@ void Configure(benchmark::internal::Benchmark* b) {
 
 } // namespace
 
-BENCHMARK_CAPTURE(BM_WriterWritePackets, SQLite, Backend::SQLite)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_WriterWritePackets, SQLite, Backend::SQLite, false)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_BulkLoad, SQLite_sqlite3_import, Backend::SQLite)->Apply(Configure);
-BENCHMARK_CAPTURE(BM_WriterWritePackets, PostgreSQL, Backend::PostgreSQL)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_WriterWritePackets, PostgreSQL, Backend::PostgreSQL, false)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_WriterWritePackets, PostgreSQL_copy, Backend::PostgreSQL, true)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_BulkLoad, PostgreSQL_psql_copy, Backend::PostgreSQL)->Apply(Configure);
-BENCHMARK_CAPTURE(BM_SampleWriter, SQLite, Backend::SQLite)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_SampleWriter, SQLite, Backend::SQLite, false)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_SampleBulkLoad, SQLite_sqlite3_import, Backend::SQLite)->Apply(Configure);
-BENCHMARK_CAPTURE(BM_SampleWriter, PostgreSQL, Backend::PostgreSQL)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_SampleWriter, PostgreSQL, Backend::PostgreSQL, false)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_SampleWriter, PostgreSQL_copy, Backend::PostgreSQL, true)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_SampleBulkLoad, PostgreSQL_psql_copy, Backend::PostgreSQL)->Apply(Configure);
-BENCHMARK_CAPTURE(BM_FlowsWriter, SQLite, Backend::SQLite)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_FlowsWriter, SQLite, Backend::SQLite, false)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_FlowsBulkLoad, SQLite_sqlite3_import, Backend::SQLite)->Apply(Configure);
-BENCHMARK_CAPTURE(BM_FlowsWriter, PostgreSQL, Backend::PostgreSQL)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_FlowsWriter, PostgreSQL, Backend::PostgreSQL, false)->Apply(Configure);
+BENCHMARK_CAPTURE(BM_FlowsWriter, PostgreSQL_copy, Backend::PostgreSQL, true)->Apply(Configure);
 BENCHMARK_CAPTURE(BM_FlowsBulkLoad, PostgreSQL_psql_copy, Backend::PostgreSQL)->Apply(Configure);
 BENCHMARK(BM_SampleInsertCeiling)->Name("BM_SampleInsertCeiling/PostgreSQL")->Apply(Configure);
 BENCHMARK(BM_FlowsInsertCeiling)->Name("BM_FlowsInsertCeiling/PostgreSQL")->Apply(Configure);
@@ -675,6 +681,12 @@ public:
              "v9 sample rows, PostgreSQL"},
             {"BM_FlowsWriter/SQLite", "BM_FlowsBulkLoad/SQLite_sqlite3_import", "flow rows, SQLite"},
             {"BM_FlowsWriter/PostgreSQL", "BM_FlowsBulkLoad/PostgreSQL_psql_copy", "flow rows, PostgreSQL"},
+            {"BM_WriterWritePackets/PostgreSQL_copy", "BM_BulkLoad/PostgreSQL_psql_copy",
+             "12-field rows, PostgreSQL", "writer with COPY"},
+            {"BM_SampleWriter/PostgreSQL_copy", "BM_SampleBulkLoad/PostgreSQL_psql_copy",
+             "v9 sample rows, PostgreSQL", "writer with COPY"},
+            {"BM_FlowsWriter/PostgreSQL_copy", "BM_FlowsBulkLoad/PostgreSQL_psql_copy",
+             "flow rows, PostgreSQL", "writer with COPY"},
             {"BM_SampleInsertCeiling/PostgreSQL", "BM_SampleBulkLoad/PostgreSQL_psql_copy",
              "v9 sample rows, PostgreSQL", "INSERT ... SELECT of staged rows"},
             {"BM_FlowsInsertCeiling/PostgreSQL", "BM_FlowsBulkLoad/PostgreSQL_psql_copy",

@@ -1,5 +1,6 @@
 #include "corelib/Database.h"
 
+#include <odbcinst.h>
 #include <sql.h>
 #include <sqlext.h>
 
@@ -10,8 +11,29 @@
 #include <system_error>
 #include <utility>
 
+#include "corelib/CopyConnection.h"
 #include "corelib/ODBCRecordset.h"
 #include "util/TextConvert.h"
+
+namespace {
+
+// unixODBC reads its configuration and finds the data source through buffers shared by every thread:
+// stores opening at once on their own threads connect one at a time.
+std::mutex& ConfigurationLock() {
+    static std::mutex lock;
+    return lock;
+}
+
+std::string DataSourceValue(const std::string& dsn, const std::string& key) {
+    char value[1024] = "";
+    const int length =
+        SQLGetPrivateProfileString(dsn.c_str(), key.c_str(), "", value, sizeof value, "odbc.ini");
+    return length > 0 ? std::string(value, static_cast<size_t>(length)) : std::string();
+}
+
+} // namespace
+
+CDatabase::CDatabase() = default;
 
 CDatabase::~CDatabase() {
     Close();
@@ -19,10 +41,7 @@ CDatabase::~CDatabase() {
 
 BOOL CDatabase::OpenEx(const CString& connect) {
     Close();
-    // unixODBC reads its configuration and finds the data source through buffers shared by every
-    // thread: stores opening at once on their own threads connect one at a time.
-    static std::mutex connecting;
-    std::lock_guard<std::mutex> lock(connecting);
+    std::lock_guard<std::mutex> lock(ConfigurationLock());
     SQLHENV env = SQL_NULL_HENV;
     if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env)))
         throw CDBException(SQL_ERROR, L"Cannot allocate an ODBC environment\n");
@@ -63,11 +82,28 @@ BOOL CDatabase::OpenEx(const CString& connect) {
     return TRUE;
 }
 
+void CDatabase::OpenCopyConnection(const CString& connect) {
+    if (!IsOpen())
+        throw CDBException(CDBException::errorNotOpen, L"The database is not open\n");
+    if (m_strDBMSName != L"PostgreSQL")
+        throw CDBException(SQL_ERROR,
+                           L"COPY needs a PostgreSQL data source; this one is " + m_strDBMSName + L"\n");
+    if (m_copy)
+        return; // the recordsets' inserters hold it
+    std::string info;
+    {
+        std::lock_guard<std::mutex> lock(ConfigurationLock());
+        info = CCopyConnection::ConnInfo(tpnf::ToUtf8(connect), DataSourceValue);
+    }
+    m_copy = std::make_unique<CCopyConnection>(info);
+}
+
 void CDatabase::Close() {
     for (CODBCRecordset* recordset : m_Recordsets)
         recordset->Abandon();
     m_Recordsets.clear();
     ForgetWrite(); // what is not committed goes
+    m_copy.reset();
 
     if (m_hDbc != nullptr) {
         // A disconnect with a transaction open fails on some drivers; what is not committed goes.
@@ -132,6 +168,10 @@ BOOL CDatabase::CommitTrans() {
                            SQL_IS_UINTEGER);
     if (!SQL_SUCCEEDED(rc))
         ThrowError(rc);
+    // After this connection's commit: a failure now leaves what it locked or advanced (a record id)
+    // ahead of the rows, never rows behind it.
+    if (m_copy)
+        m_copy->Commit();
     return TRUE;
 }
 
@@ -153,7 +193,8 @@ BOOL CDatabase::Rollback() {
     SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, m_hDbc, SQL_ROLLBACK);
     SQLRETURN autocommit = SQLSetConnectAttr(
         m_hDbc, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), SQL_IS_UINTEGER);
-    return SQL_SUCCEEDED(rc) && SQL_SUCCEEDED(autocommit);
+    const bool copyRolledBack = !m_copy || m_copy->Rollback();
+    return SQL_SUCCEEDED(rc) && SQL_SUCCEEDED(autocommit) && copyRolledBack;
 }
 
 void CDatabase::ExecuteSQL(const CString& sql) {

@@ -4,6 +4,7 @@
 #include <sqlext.h>
 
 #include "corelib/ArrayInserter.h"
+#include "corelib/CopyInserter.h"
 #include "corelib/DBException.h"
 #include "corelib/Database.h"
 #include "corelib/ODBCCalls.h"
@@ -12,6 +13,8 @@
 
 std::unique_ptr<CRowInserter> CRowInserter::Create(CDatabase& db, const std::string& table,
                                                    const std::vector<CRecordsetColumn>& columns) {
+    if (db.m_copy)
+        return std::make_unique<CCopyInserter>(db, table, columns, *db.m_copy);
     // PostgreSQL 10 and later expand several arrays in one select list side by side, which turns a
     // whole batch of rows into one parameter per column.
     if (db.GetDBMSName() == L"PostgreSQL" && db.GetDBMSVersion() >= 10 && CArrayInserter::CanWrite(columns))

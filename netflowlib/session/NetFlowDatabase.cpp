@@ -141,6 +141,8 @@ int CNetFlowDatabase::Connect() {
         if (m_Database.IsOpen())
             m_Database.Close();
         m_Database.OpenEx(L"DSN=" + m_strDSN); // never prompts
+        if (m_bBulkCopy)
+            m_Database.OpenCopyConnection(L"DSN=" + m_strDSN);
         if (!CreateTables())
             return 0;
         m_bStatusOK = TRUE;

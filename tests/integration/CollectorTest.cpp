@@ -290,6 +290,7 @@ TEST_F(CollectorTest, UsageErrorsEndWithTwo) {
                                                  {"--db", "a", "--dsn", "b"},
                                                  {"--count", "-1"},
                                                  {"--coalesce-usecs", "10001"},
+                                                 {"--pg-copy"},
                                                  {"--no-such-option"}}) {
         Result r = Run(args, {}, false);
         EXPECT_EQ(r.exitCode, 2) << args[0];

@@ -96,11 +96,13 @@ bool CCollector::Start() {
         m_pV9Store = std::make_unique<CV9Store>(tpnf::FromUtf8(m_options.dsn), m_options.maxQueue,
                                                 spillDir / "database", m_console, m_loop);
         m_pV9Store->SetSharedRecordIds(m_options.sharedDb);
+        m_pV9Store->SetBulkCopy(m_options.pgCopy && m_options.db.empty()); // not into the SQLite file
         m_stores.push_back(m_pV9Store.get());
     }
     if (!m_options.flowsDsn.empty()) {
         m_pFlowStore = std::make_unique<CFlowStore>(tpnf::FromUtf8(m_options.flowsDsn), m_options.maxQueue,
                                                     spillDir / "flows", m_console);
+        m_pFlowStore->SetBulkCopy(m_options.pgCopy && m_options.flowsDb.empty());
         m_stores.push_back(m_pFlowStore.get());
     }
     if (m_pMetrics)

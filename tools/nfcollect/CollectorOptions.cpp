@@ -168,6 +168,12 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
                  "several collectors store into one --db/--dsn database: each write takes and advances the\n"
                  "record id inside its own transaction, holding the id row, so no two hand out one id")
         ->group("Storage");
+    app.add_flag("--pg-copy", options.pgCopy,
+                 "write the rows of --dsn and --flows-dsn with PostgreSQL's COPY, on a second connection\n"
+                 "made from the data source's Servername, Port, Database, Username, Password, SSLmode and\n"
+                 "pqopt: the same rows and ids, two to three times faster than the driver's INSERTs; a\n"
+                 "data source of another database then fails to open")
+        ->group("Storage");
     app.add_option("--max-queue", options.maxQueue,
                    "records each store may hold while its database is behind or unavailable (about 0.3 KB\n"
                    "each); datagrams beyond it are spilled, never dropped")
@@ -206,6 +212,8 @@ void AddCollectorOptions(CLI::App& app, CollectorOptions& options) {
         if (!options.flowsDb.empty() && !options.flowsDsn.empty())
             throw CLI::ValidationError(
                 "--flows-db", "excludes --flows-dsn: store flows in a SQLite file or in a data source");
+        if (options.pgCopy && options.dsn.empty() && options.flowsDsn.empty())
+            throw CLI::ValidationError("--pg-copy", "needs --dsn or --flows-dsn: a PostgreSQL data source");
         if (options.sharedDb && options.db.empty() && options.dsn.empty())
             throw CLI::ValidationError("--shared-db",
                                        "needs --db or --dsn: the database the collectors share");

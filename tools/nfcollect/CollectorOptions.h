@@ -33,6 +33,7 @@ struct CollectorOptions {
     uint64_t maxQueue = 1000000;
     std::string spillDir;
     bool sharedDb = false;
+    bool pgCopy = false;
     bool ipfix = false;
     std::string templateScope = "global";
     uint32_t maxTemplates = 0;

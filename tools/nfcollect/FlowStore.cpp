@@ -123,6 +123,8 @@ void CFlowStore::Run() {
                 m_nRetries.fetch_add(1);
             try {
                 database.OpenEx(L"DSN=" + m_strDSN);
+                if (m_bBulkCopy)
+                    database.OpenCopyConnection(L"DSN=" + m_strDSN);
                 CFlowTable(database).Create();
                 open = true;
                 everOpened = true;

@@ -80,9 +80,14 @@ public:
     void ReopenSpill() { m_spill.Reopen(); }
     // Called with the duration of every write (for the metrics), on whatever thread writes.
     void SetWriteObserver(std::function<void(double seconds)> observer) { m_onWrite = std::move(observer); }
+    // --pg-copy: rows go to the PostgreSQL data source through COPY (CDatabase::OpenCopyConnection).
+    // Before Start.
+    void SetBulkCopy(bool copy) { m_bBulkCopy = copy; }
 
 protected:
     using Clock = std::chrono::steady_clock;
+
+    bool m_bBulkCopy = false;
 
     // Worker threads: reserves room for a packet of this many records; false when the queue is full.
     bool Admit(uint64_t records);

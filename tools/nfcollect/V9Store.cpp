@@ -70,6 +70,7 @@ void CV9Store::StartWriter() {
     pWriter->m_pSession = &m_window;
     pWriter->m_strDSN = m_strDSN;
     pWriter->SetSharedRecordIds(m_bSharedRecordIds ? TRUE : FALSE);
+    pWriter->SetBulkCopy(m_bBulkCopy ? TRUE : FALSE);
     pWriter->SetWriteObserver([this](double seconds, int) { ObserveWrite(seconds); });
     {
         std::lock_guard<std::mutex> lock(m_lock);

@@ -1,0 +1,101 @@
+#include "corelib/CopyInserter.h"
+
+#include <charconv>
+
+#include "corelib/CopyConnection.h"
+
+namespace {
+
+// Bytes of rows per COPY. Each COPY has a fixed cost on the server: at 8192 narrow rows (160 KB) the
+// writer reached 0.62 of psql's \copy of the same rows, from 1 MB on 0.92-0.96; far larger batches
+// overlap less with filling the next one.
+constexpr size_t kBatchBytes = 4 << 20;
+
+std::string CopyCommand(const std::string& table, const std::vector<CRecordsetColumn>& columns) {
+    std::string command = "COPY " + table + " (";
+    for (size_t c = 0; c < columns.size(); ++c)
+        command += (c == 0 ? "" : ",") + columns[c].sqlName;
+    return command + ") FROM STDIN";
+}
+
+// One value in COPY's text format: backslash, tab, newline and carriage return escaped.
+void AppendCopyText(std::string& out, std::string_view text) {
+    for (char c : text) {
+        switch (c) {
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        default:
+            out += c;
+        }
+    }
+}
+
+} // namespace
+
+CCopyInserter::CCopyInserter(CDatabase& db, const std::string& table,
+                             const std::vector<CRecordsetColumn>& columns, CCopyConnection& copy)
+    : CRowInserter(db, table, columns), m_copy(copy), m_command(CopyCommand(table, columns)),
+      m_rowNumbers(columns.size(), 0) {}
+
+CCopyInserter::~CCopyInserter() {
+    FinishWrite(); // the write in flight reads these rows
+}
+
+void CCopyInserter::Append(const std::vector<CDBField>& row) {
+    const size_t n = m_columns.size();
+    // Integers are checked first so that a refused row leaves the waiting rows as they were.
+    for (size_t c = 0; c < n; ++c)
+        if (m_columns[c].integer && !row[c].IsNull())
+            m_rowNumbers[c] = m_columns[c].IntegerValue(row[c]);
+    for (size_t c = 0; c < n; ++c) {
+        const CDBField& field = row[c];
+        if (c != 0)
+            m_rows += '\t';
+        char scratch[24];
+        if (field.IsNull()) {
+            m_rows += "\\N";
+        } else if (m_columns[c].integer) {
+            auto result = std::to_chars(scratch, scratch + sizeof scratch, m_rowNumbers[c]);
+            m_rows.append(scratch, result.ptr);
+        } else {
+            AppendCopyText(m_rows, CRecordsetColumn::TextValue(field, scratch));
+        }
+    }
+    m_rows += '\n';
+    ++m_pending;
+    if (m_rows.size() >= kBatchBytes)
+        Send(false);
+}
+
+void CCopyInserter::Flush() {
+    if (m_pending != 0)
+        Send(true);
+}
+
+void CCopyInserter::Discard() {
+    m_pending = 0;
+    m_rows.clear();
+}
+
+void CCopyInserter::Send(bool wait) {
+    const size_t rows = m_pending;
+    m_pending = 0; // a failed batch is dropped: the caller rolls back
+    FinishWrite(); // the previous batch's rows are free again
+    m_sending.swap(m_rows);
+    m_rows.clear();
+    ThrowWriteFailure();
+    const bool inTransaction = ManualCommit();
+    StartWrite([this, rows, inTransaction] { m_copy.Copy(m_command, m_sending, rows, inTransaction); });
+    if (wait)
+        ThrowWriteFailure();
+}

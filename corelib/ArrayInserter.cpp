@@ -4,7 +4,6 @@
 #include <sqlext.h>
 
 #include <algorithm>
-#include <charconv>
 
 #include "corelib/ODBCCalls.h"
 
@@ -41,7 +40,7 @@ bool CArrayInserter::CanWrite(const std::vector<CRecordsetColumn>& columns) {
 CArrayInserter::CArrayInserter(CDatabase& db, const std::string& table,
                                const std::vector<CRecordsetColumn>& columns)
     : CRowInserter(db, table, columns), m_arrays(columns.size(), "{"), m_sending(columns.size()),
-      m_sendingLengths(columns.size(), 0), m_rowNumbers(columns.size(), 0) {}
+      m_sendingLengths(columns.size(), 0) {}
 
 CArrayInserter::~CArrayInserter() {
     FinishWrite(); // the write in flight reads this statement and these arrays
@@ -49,26 +48,17 @@ CArrayInserter::~CArrayInserter() {
 }
 
 void CArrayInserter::Append(const std::vector<CDBField>& row) {
-    size_t n = m_columns.size();
-    // Integers are checked first so that a refused row leaves the arrays as they were.
-    for (size_t c = 0; c < n; ++c)
-        if (m_columns[c].integer && !row[c].IsNull())
-            m_rowNumbers[c] = m_columns[c].IntegerValue(row[c]);
-    for (size_t c = 0; c < n; ++c) {
-        const CDBField& field = row[c];
+    ForEachValueText(row, [this](size_t c, std::optional<std::string_view> text, bool integer) {
         std::string& array = m_arrays[c];
         if (m_pending != 0)
             array += ',';
-        char scratch[24];
-        if (field.IsNull()) {
+        if (!text)
             array += "NULL";
-        } else if (m_columns[c].integer) {
-            auto result = std::to_chars(scratch, scratch + sizeof scratch, m_rowNumbers[c]);
-            array.append(scratch, result.ptr);
-        } else {
-            AppendArrayText(array, CRecordsetColumn::TextValue(field, scratch));
-        }
-    }
+        else if (integer)
+            array += *text;
+        else
+            AppendArrayText(array, *text);
+    });
     ++m_pending;
     if (m_pending == kBatchRows)
         Send(false);

@@ -32,6 +32,5 @@ private:
     std::vector<std::string> m_arrays;  // per column: the array literal of the waiting rows, open
     std::vector<std::string> m_sending; // the arrays of the batch being written
     std::vector<SQLLEN> m_sendingLengths;
-    std::vector<int64_t> m_rowNumbers; // the integer values of the row being appended
     SQLHSTMT m_insert = SQL_NULL_HSTMT;
 };

@@ -1,7 +1,5 @@
 #include "corelib/CopyInserter.h"
 
-#include <charconv>
-
 #include "corelib/CopyConnection.h"
 
 namespace {
@@ -44,33 +42,23 @@ void AppendCopyText(std::string& out, std::string_view text) {
 
 CCopyInserter::CCopyInserter(CDatabase& db, const std::string& table,
                              const std::vector<CRecordsetColumn>& columns, CCopyConnection& copy)
-    : CRowInserter(db, table, columns), m_copy(copy), m_command(CopyCommand(table, columns)),
-      m_rowNumbers(columns.size(), 0) {}
+    : CRowInserter(db, table, columns), m_copy(copy), m_command(CopyCommand(table, columns)) {}
 
 CCopyInserter::~CCopyInserter() {
     FinishWrite(); // the write in flight reads these rows
 }
 
 void CCopyInserter::Append(const std::vector<CDBField>& row) {
-    const size_t n = m_columns.size();
-    // Integers are checked first so that a refused row leaves the waiting rows as they were.
-    for (size_t c = 0; c < n; ++c)
-        if (m_columns[c].integer && !row[c].IsNull())
-            m_rowNumbers[c] = m_columns[c].IntegerValue(row[c]);
-    for (size_t c = 0; c < n; ++c) {
-        const CDBField& field = row[c];
+    ForEachValueText(row, [this](size_t c, std::optional<std::string_view> text, bool integer) {
         if (c != 0)
             m_rows += '\t';
-        char scratch[24];
-        if (field.IsNull()) {
+        if (!text)
             m_rows += "\\N";
-        } else if (m_columns[c].integer) {
-            auto result = std::to_chars(scratch, scratch + sizeof scratch, m_rowNumbers[c]);
-            m_rows.append(scratch, result.ptr);
-        } else {
-            AppendCopyText(m_rows, CRecordsetColumn::TextValue(field, scratch));
-        }
-    }
+        else if (integer)
+            m_rows += *text;
+        else
+            AppendCopyText(m_rows, *text);
+    });
     m_rows += '\n';
     ++m_pending;
     if (m_rows.size() >= kBatchBytes)

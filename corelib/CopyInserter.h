@@ -29,7 +29,6 @@ private:
     CCopyConnection& m_copy;
     const std::string m_command; // COPY table (c1,c2,...) FROM STDIN
     size_t m_pending = 0;
-    std::string m_rows;                // the waiting rows in COPY's text format
-    std::string m_sending;             // the rows of the batch being written
-    std::vector<int64_t> m_rowNumbers; // the integer values of the row being appended
+    std::string m_rows;    // the waiting rows in COPY's text format
+    std::string m_sending; // the rows of the batch being written
 };

@@ -1,5 +1,7 @@
 #include "corelib/RowInserter.h"
 
+#include <charconv>
+
 #include <sql.h>
 #include <sqlext.h>
 
@@ -73,6 +75,11 @@ void CRowInserter::RunStatement(const std::string& sql) {
         throw;
     }
     tpnf::odbc::FreeStatement(stmt);
+}
+
+std::string_view CRowInserter::IntegerText(int64_t value, char (&scratch)[24]) {
+    auto result = std::to_chars(scratch, scratch + sizeof scratch, value);
+    return std::string_view(scratch, static_cast<size_t>(result.ptr - scratch));
 }
 
 std::string CRowInserter::InsertInto() const {

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "corelib/DBField.h"
@@ -53,7 +56,33 @@ protected:
     // "INSERT INTO table (c1,c2,...)"
     std::string InsertInto() const;
 
+    // For the strategies that write rows as text: checks the row's integer values before any of it is
+    // kept (a refused value throws), then hands append each column's value in turn: null, or its text
+    // and whether it is an integer (digits and a sign, nothing to quote).
+    template <typename Append>
+    void ForEachValueText(const std::vector<CDBField>& row, Append append) {
+        const size_t n = m_columns.size();
+        for (size_t c = 0; c < n; ++c)
+            if (m_columns[c].integer && !row[c].IsNull())
+                m_rowNumbers[c] = m_columns[c].IntegerValue(row[c]);
+        for (size_t c = 0; c < n; ++c) {
+            char scratch[24];
+            if (row[c].IsNull())
+                append(c, std::optional<std::string_view>(), false);
+            else if (m_columns[c].integer)
+                append(c, std::optional<std::string_view>(IntegerText(m_rowNumbers[c], scratch)), true);
+            else
+                append(c, std::optional<std::string_view>(CRecordsetColumn::TextValue(row[c], scratch)),
+                       false);
+        }
+    }
+
     CDatabase& m_db;
     const std::string m_table;
     const std::vector<CRecordsetColumn> m_columns;
+
+private:
+    static std::string_view IntegerText(int64_t value, char (&scratch)[24]);
+
+    std::vector<int64_t> m_rowNumbers = std::vector<int64_t>(m_columns.size(), 0); // the row being appended
 };
